@@ -6,6 +6,7 @@
 // count field it decodes starts at or before dataLimit (slot size - 24), so
 // its 8 bytes end before the trailer, and every step advances by at least 8
 // bytes, so the walk ends within slot size / 8 records whatever the bytes say.
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -126,7 +127,8 @@ bool EmulatedCKDfile::verifyTrack(bool repair) {
   if (link == 0) return unversion(kVerifyNoLink);
 
   std::unique_ptr<unsigned char[]> copy(new unsigned char[trackSlotSize]);
-  if (readRawTrack(link, copy.get()) != kTrackOk) {
+  // A link beyond the range of file offsets names no slot that could be read.
+  if (link > static_cast<unsigned long long>(INT64_MAX) || readRawTrack(link, copy.get()) != kTrackOk) {
     bool result = unversion(kVerifyCopyUnreadable);
     std::printf("This is it;; ofs = %d\n", static_cast<int>(slotOffset));
     return result;

@@ -187,8 +187,10 @@ int EmulatedCKDfile::doVersion(int version, int operation) {
       unsigned int cyl, head;
       getHA(q, flag, cyl, head);
       h = getOffset(cyl, static_cast<unsigned short>(head), 0, true);
-      if (h < 0) return kDoVersionHomeRead;  // the home address names no track of the volume
     }
+    // A home address naming no track of the volume, or a link beyond the
+    // range of file offsets, names no slot that could be read.
+    if (h < 0) return kDoVersionHomeRead;
     if (readRawTrack(static_cast<unsigned long long>(h), home.get()) != kTrackOk) return kDoVersionHomeRead;
     if (!trailerHasMarker(homeTrailer)) return kDoVersionHomeNoMarker;
     if (trailerLink(homeTrailer) != static_cast<unsigned long long>(p)) return kDoVersionHomeNoLink;
