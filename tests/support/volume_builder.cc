@@ -1,0 +1,413 @@
+#include "support/volume_builder.h"
+
+#include <cstring>
+#include <stdexcept>
+
+namespace ckdvol_test {
+
+namespace {
+
+using namespace dscb_layout;
+
+[[noreturn]] void failStep(const std::string& what) {
+  throw std::runtime_error("volume builder: " + what);
+}
+
+void require(bool ok, const std::string& what) {
+  if (!ok) failStep(what);
+}
+
+std::string where(uint32_t cyl, uint16_t head) {
+  return std::to_string(cyl) + "/" + std::to_string(head);
+}
+
+void putBe16(unsigned char* p, uint16_t v) {
+  p[0] = static_cast<unsigned char>(v >> 8);
+  p[1] = static_cast<unsigned char>(v);
+}
+
+unsigned char ebcdicChar(char c) {
+  if (c >= 'A' && c <= 'I') return static_cast<unsigned char>(0xC1 + (c - 'A'));
+  if (c >= 'J' && c <= 'R') return static_cast<unsigned char>(0xD1 + (c - 'J'));
+  if (c >= 'S' && c <= 'Z') return static_cast<unsigned char>(0xE2 + (c - 'S'));
+  if (c >= 'a' && c <= 'i') return static_cast<unsigned char>(0x81 + (c - 'a'));
+  if (c >= 'j' && c <= 'r') return static_cast<unsigned char>(0x91 + (c - 'j'));
+  if (c >= 's' && c <= 'z') return static_cast<unsigned char>(0xA2 + (c - 's'));
+  if (c >= '0' && c <= '9') return static_cast<unsigned char>(0xF0 + (c - '0'));
+  switch (c) {
+    case ' ': return 0x40;
+    case '.': return 0x4B;
+    case '(': return 0x4D;
+    case '+': return 0x4E;
+    case '&': return 0x50;
+    case '$': return 0x5B;
+    case '*': return 0x5C;
+    case ')': return 0x5D;
+    case '-': return 0x60;
+    case '/': return 0x61;
+    case ',': return 0x6B;
+    case '_': return 0x6D;
+    case '#': return 0x7B;
+    case '@': return 0x7C;
+    default: failStep(std::string("no EBCDIC byte for character '") + c + "'");
+  }
+}
+
+// Writes an extent (type, sequence, low CCHH, high CCHH) at `p`.
+void putExtent(unsigned char* p, const ExtentSpec& e, int position) {
+  p[kExtType] = e.type;
+  p[kExtSeq] = e.seq == 0xFF ? static_cast<unsigned char>(position) : e.seq;
+  putCchh(p + kExtLo, e.loCyl, e.loHead);
+  putCchh(p + kExtHi, e.hiCyl, e.hiHead);
+}
+
+Dscb dataSetDscb(const DataSetSpec& spec, unsigned char formatId) {
+  Dscb d{};
+  std::vector<unsigned char> name = ebcdicPadded(spec.name, kKeyLength);
+  std::memcpy(d.data(), name.data(), kKeyLength);
+  d[kFmtId] = formatId;
+  std::vector<unsigned char> volser = ebcdicPadded(spec.volser, 6);
+  std::memcpy(d.data() + kVolSer, volser.data(), 6);
+  putBe16(d.data() + kVolSeq, 1);
+  d[kCreated] = 124;  // 2024
+  putBe16(d.data() + kCreated + 1, 31);  // day 32
+  int nbrExts = spec.nbrExts >= 0 ? spec.nbrExts : static_cast<int>(spec.extents.size());
+  d[kNbrExts] = static_cast<unsigned char>(nbrExts);
+  putBe16(d.data() + kDsOrg, spec.dsorg);
+  d[kRecFm] = spec.recfm;
+  putBe16(d.data() + kBlkSize, spec.blksize);
+  putBe16(d.data() + kLrecl, spec.lrecl);
+  d[kKeyLen] = spec.keyLength;
+  putBe16(d.data() + kLastTtr, spec.lastTtrTrack);
+  d[kLastTtr + 2] = spec.lastTtrRecord;
+  putBe16(d.data() + kTrkBal, spec.trackBalance);
+  for (size_t i = 0; i < spec.extents.size() && i < 3; ++i) {
+    putExtent(d.data() + kF1Extents + i * kExtentSize, spec.extents[i], static_cast<int>(i));
+  }
+  putCchhr(d.data() + kNext, spec.next);
+  return d;
+}
+
+}  // namespace
+
+std::vector<unsigned char> ebcdic(const std::string& ascii) {
+  std::vector<unsigned char> out;
+  out.reserve(ascii.size());
+  for (char c : ascii) out.push_back(ebcdicChar(c));
+  return out;
+}
+
+std::vector<unsigned char> ebcdicPadded(const std::string& ascii, size_t length) {
+  std::vector<unsigned char> out = ebcdic(ascii.substr(0, length));
+  out.resize(length, 0x40);
+  return out;
+}
+
+void putCchh(unsigned char* p, uint32_t cyl, uint16_t head, bool large) {
+  putBe16(p, static_cast<uint16_t>(cyl & 0xFFFF));
+  putBe16(p + 2, large ? static_cast<uint16_t>(((cyl >> 16) << 4) | (head & 0xF)) : head);
+}
+
+void putCchhr(unsigned char* p, Cchhr a, bool large) {
+  putCchh(p, a.cyl, a.head, large);
+  p[4] = a.rec;
+}
+
+Dscb format1Dscb(const DataSetSpec& spec) { return dataSetDscb(spec, 0xF1); }
+
+Dscb format8Dscb(const DataSetSpec& spec) { return dataSetDscb(spec, 0xF8); }
+
+Dscb format3Dscb(const std::vector<ExtentSpec>& extents, Cchhr next) {
+  require(extents.size() <= static_cast<size_t>(kF3Extents), "a Format-3 DSCB holds 13 extents");
+  Dscb d{};
+  std::memset(d.data() + kF3KeyId, 0x03, 4);
+  d[kFmtId] = 0xF3;
+  for (size_t i = 0; i < extents.size(); ++i) {
+    size_t offset = i < static_cast<size_t>(kF3ExtentsInKey)
+                        ? kF3FirstExtents + i * kExtentSize
+                        : kF3LaterExtents + (i - kF3ExtentsInKey) * kExtentSize;
+    putExtent(d.data() + offset, extents[i], 3 + static_cast<int>(i));
+  }
+  putCchhr(d.data() + kNext, next);
+  return d;
+}
+
+Dscb format9Dscb(const std::vector<Cchhr>& format3, Cchhr next, int f3Count) {
+  require(format3.size() <= static_cast<size_t>(kF9F3Slots), "a Format-9 DSCB holds 10 addresses");
+  Dscb d{};
+  d[kF9KeyId] = 0x09;
+  d[kF9SubType] = 0x01;
+  d[kF9Count] = 0x01;
+  d[kFmtId] = 0xF9;
+  d[kF9F3Count] = static_cast<unsigned char>(f3Count >= 0 ? f3Count : static_cast<int>(format3.size()));
+  for (size_t i = 0; i < format3.size(); ++i) putCchhr(d.data() + kF9F3Addresses + 5 * i, format3[i]);
+  putCchhr(d.data() + kNext, next);
+  return d;
+}
+
+Dscb format5Dscb(const std::vector<FreeExtent>& extents, Cchhr next) {
+  require(extents.size() <= static_cast<size_t>(kF5Extents), "a Format-5 DSCB holds 26 extents");
+  Dscb d{};
+  std::memset(d.data() + kF5KeyId, 0x05, 4);
+  d[kFmtId] = 0xF5;
+  for (size_t i = 0; i < extents.size(); ++i) {
+    size_t offset = i < static_cast<size_t>(kF5ExtentsInKey)
+                        ? kF5FirstExtents + i * kF5ExtentSize
+                        : kF5LaterExtents + (i - kF5ExtentsInKey) * kF5ExtentSize;
+    putBe16(d.data() + offset, extents[i].track);
+    putBe16(d.data() + offset + 2, extents[i].cylinders);
+    d[offset + 4] = extents[i].tracks;
+  }
+  putCchhr(d.data() + kNext, next);
+  return d;
+}
+
+Dscb formatIdDscb(unsigned char formatId) {
+  Dscb d{};
+  d[kFmtId] = formatId;
+  return d;
+}
+
+Dscb emptyDscb() { return Dscb{}; }
+
+Record dataRecord(uint8_t rec, std::vector<unsigned char> data) {
+  Record r;
+  r.rec = rec;
+  r.data = std::move(data);
+  return r;
+}
+
+Record keyedRecord(uint8_t rec, std::vector<unsigned char> key, std::vector<unsigned char> data) {
+  Record r;
+  r.rec = rec;
+  r.key = std::move(key);
+  r.data = std::move(data);
+  return r;
+}
+
+Record eofRecord(uint8_t rec) {
+  Record r;
+  r.rec = rec;
+  return r;
+}
+
+Record dscbRecord(uint8_t rec, const Dscb& dscb) {
+  return keyedRecord(rec, std::vector<unsigned char>(dscb.begin(), dscb.begin() + kKeyLength),
+                     std::vector<unsigned char>(dscb.begin() + kKeyLength, dscb.end()));
+}
+
+// ---- TestVolume ----
+
+TestVolume::TestVolume(EmulatedCKDfile::CKDtype type, int cylinders) : path_(dir_.file("volume.ckd")) {
+  require(file_.create(path_.c_str(), type, cylinders) == 0, "create " + path_);
+  require(file_.initialize(nullptr, nullptr, true) == 0, "initialize " + path_);
+  file_.close();
+  reopen(false);
+}
+
+TestVolume::~TestVolume() { file_.close(); }
+
+void TestVolume::close() {
+  require(file_.writeTrack() == 0, "write back before close");
+  file_.close();
+}
+
+void TestVolume::reopen(bool readOnly) {
+  if (file_.fileDescriptor >= 0) close();
+  require(file_.open(path_.c_str(), readOnly) == 0, "open " + path_);
+}
+
+std::vector<Record> TestVolume::readRecords(uint32_t cyl, uint16_t head) {
+  require(file_.readTrack(cyl, head, 0) == 0, "read track " + where(cyl, head));
+  const void* ref = file_.locate(EmulatedCKDfile::ORIENT_COUNT, cyl, head, 0);
+  require(ref != nullptr, "record zero of track " + where(cyl, head));
+  std::vector<Record> records;
+  while ((ref = file_.locateNext(ref, false)) != nullptr &&
+         file_.getRefType(ref) == EmulatedCKDfile::ORIENT_COUNT) {
+    int c, h, r, kl, dl;
+    require(file_.getRefCount(ref, c, h, r, kl, dl), "count field on track " + where(cyl, head));
+    Record rec;
+    rec.rec = static_cast<uint8_t>(r);
+    rec.cyl = c;
+    rec.head = h;
+    if (kl > 0) rec.key.assign(file_.getRefKey(ref), file_.getRefKey(ref) + kl);
+    if (dl > 0) rec.data.assign(file_.getRefData(ref), file_.getRefData(ref) + dl);
+    records.push_back(std::move(rec));
+  }
+  return records;
+}
+
+void TestVolume::setRecords(uint32_t cyl, uint16_t head, const std::vector<Record>& records) {
+  const std::string track = where(cyl, head);
+  require(file_.readTrack(cyl, head, 0) == 0, "read track " + track);
+  // Rewriting record zero from the home address erases everything after it.
+  const void* r0 = file_.locate(EmulatedCKDfile::ORIENT_COUNT, cyl, head, 0);
+  require(r0 != nullptr, "record zero of track " + track);
+  int kl0 = file_.getRefKL(r0), dl0 = file_.getRefDL(r0);
+  std::vector<unsigned char> r0bytes;
+  if (kl0 > 0) r0bytes.insert(r0bytes.end(), file_.getRefKey(r0), file_.getRefKey(r0) + kl0);
+  if (dl0 > 0) r0bytes.insert(r0bytes.end(), file_.getRefData(r0), file_.getRefData(r0) + dl0);
+  const void* ha = file_.locate(EmulatedCKDfile::ORIENT_HA, cyl, head, 0);
+  require(file_.writeCKD(ha, cyl, head, 0, static_cast<unsigned char>(kl0),
+                         static_cast<unsigned short>(dl0), r0bytes.data()) == 0,
+          "rewrite record zero of track " + track);
+  require(file_.writeTrack() == 0, "write track " + track);
+  appendRecords(cyl, head, records);
+}
+
+void TestVolume::appendRecords(uint32_t cyl, uint16_t head, const std::vector<Record>& records) {
+  const std::string track = where(cyl, head);
+  require(file_.readTrack(cyl, head, 0) == 0, "read track " + track);
+  const void* last = file_.locate(EmulatedCKDfile::ORIENT_COUNT, cyl, head, 0);
+  require(last != nullptr, "record zero of track " + track);
+  for (const void* next; (next = file_.locateNext(last, false)) != nullptr &&
+                         file_.getRefType(next) == EmulatedCKDfile::ORIENT_COUNT;) {
+    last = next;
+  }
+  for (const Record& r : records) {
+    std::vector<unsigned char> keyAndData(r.key);
+    keyAndData.insert(keyAndData.end(), r.data.begin(), r.data.end());
+    require(r.key.size() <= 255 && r.data.size() <= 65535, "record size on track " + track);
+    uint32_t c = r.cyl >= 0 ? static_cast<uint32_t>(r.cyl) : cyl;
+    uint16_t h = r.head >= 0 ? static_cast<uint16_t>(r.head) : head;
+    int rc = file_.writeCKD(last, c, h, r.rec, static_cast<unsigned char>(r.key.size()),
+                            static_cast<unsigned short>(r.data.size()), keyAndData.data());
+    require(rc == 0, "record " + std::to_string(r.rec) + " does not fit on track " + track +
+                         " (writeCKD " + std::to_string(rc) + ")");
+    last = file_.locateNext(last, false);
+    require(last != nullptr, "locate the record just written on track " + track);
+  }
+  require(file_.writeTrack() == 0, "write track " + track);
+}
+
+void TestVolume::putRecord(uint32_t cyl, uint16_t head, const Record& r) {
+  std::vector<Record> records = readRecords(cyl, head);
+  bool replaced = false;
+  for (Record& existing : records) {
+    if (existing.rec == r.rec) {
+      existing = r;
+      replaced = true;
+      break;
+    }
+  }
+  if (!replaced) records.push_back(r);
+  setRecords(cyl, head, records);
+}
+
+namespace {
+
+constexpr long long kTrackStart = 5 + 8 + 8;  // home address, record zero with 8 data bytes
+constexpr int kMaxRecordNumber = 255;         // R is one byte
+
+// DSCB records that still fit behind `records` on a track of `slotSize`
+// bytes: by bytes (the end marker must begin no later than slot - 24) and by
+// record numbers (the last number used must leave room up to 255).
+int roomBehind(const std::vector<Record>& records, unsigned int slotSize) {
+  long long used = kTrackStart;
+  int lastNumber = 0;
+  for (const Record& r : records) {
+    used += 8 + static_cast<long long>(r.key.size() + r.data.size());
+    lastNumber = r.rec;
+  }
+  long long byBytes = (static_cast<long long>(slotSize) - 24 - used) / (8 + kLength);
+  long long byNumber = kMaxRecordNumber - lastNumber;
+  long long room = byBytes < byNumber ? byBytes : byNumber;
+  return room > 0 ? static_cast<int>(room) : 0;
+}
+
+}  // namespace
+
+int TestVolume::dscbsPerTrack() const { return roomBehind({}, file_.trackSlotSize); }
+
+Cchhr TestVolume::vtocStart() {
+  require(file_.readTrack(0, 0, 0) == 0, "read track 0/0");
+  const unsigned char vol1[4] = {0xE5, 0xD6, 0xD3, 0xF1};
+  const void* ref = file_.searchKey(nullptr, vol1, 4, false);
+  require(ref != nullptr && file_.getRefDL(ref) == label_layout::kDataLength, "VOL1 label");
+  const unsigned char* d = file_.getRefData(ref);
+  Cchhr a;
+  a.cyl = static_cast<uint32_t>((d[label_layout::kVtocCc] << 8) | d[label_layout::kVtocCc + 1]);
+  a.head = static_cast<uint16_t>((d[label_layout::kVtocHh] << 8) | d[label_layout::kVtocHh + 1]);
+  a.rec = d[label_layout::kVtocR];
+  return a;
+}
+
+Dscb TestVolume::readDscb(Cchhr at) {
+  for (const Record& r : readRecords(at.cyl, at.head)) {
+    if (r.rec == at.rec && r.key.size() == static_cast<size_t>(kKeyLength) &&
+        r.data.size() == static_cast<size_t>(kDataLength)) {
+      Dscb d;
+      std::memcpy(d.data(), r.key.data(), kKeyLength);
+      std::memcpy(d.data() + kKeyLength, r.data.data(), kDataLength);
+      return d;
+    }
+  }
+  failStep("no DSCB at " + where(at.cyl, at.head) + "/" + std::to_string(at.rec));
+}
+
+void TestVolume::putDscb(Cchhr at, const Dscb& dscb) { putRecord(at.cyl, at.head, dscbRecord(at.rec, dscb)); }
+
+void TestVolume::patchDscb(Cchhr at, int offset, const std::vector<unsigned char>& bytes) {
+  require(offset >= 0 && offset + bytes.size() <= static_cast<size_t>(kLength), "patch inside the DSCB");
+  Dscb d = readDscb(at);
+  std::memcpy(d.data() + offset, bytes.data(), bytes.size());
+  putDscb(at, d);
+}
+
+void TestVolume::setLastDscb(Cchhr at) {
+  std::vector<unsigned char> cchhr(5);
+  putCchhr(cchhr.data(), at, file_.largeCylinders != 0);
+  patchDscb(vtocStart(), kF4LastDscb, cchhr);
+}
+
+std::vector<Cchhr> TestVolume::writeVtoc(const std::vector<Dscb>& dscbs, int perTrack) {
+  const Cchhr f4 = vtocStart();
+  Dscb format4 = readDscb(f4);
+  // The track of the Format-4 DSCB keeps the records up to and including it.
+  std::vector<Record> track;
+  for (const Record& r : readRecords(f4.cyl, f4.head)) {
+    track.push_back(r);
+    if (r.rec == f4.rec) break;
+  }
+  int cap = dscbsPerTrack();
+  if (perTrack > 0 && perTrack < cap) cap = perTrack;
+  int room = roomBehind(track, file_.trackSlotSize);
+  if (room > cap) room = cap;
+  uint32_t cyl = f4.cyl;
+  uint16_t head = f4.head;
+  int rec = f4.rec;
+  std::vector<Cchhr> placed;
+  for (const Dscb& d : dscbs) {
+    if (room <= 0) {
+      setRecords(cyl, head, track);
+      track.clear();
+      unsigned short cell = 0;
+      require(!file_.increment(cell, cyl, head), "the VTOC runs past the end of the volume");
+      rec = 0;
+      room = cap;
+    }
+    ++rec;
+    track.push_back(dscbRecord(static_cast<uint8_t>(rec), d));
+    placed.push_back(Cchhr{cyl, head, static_cast<uint8_t>(rec)});
+    --room;
+  }
+  setRecords(cyl, head, track);
+  putCchhr(format4.data() + kF4LastDscb, placed.empty() ? f4 : placed.back(), file_.largeCylinders != 0);
+  putDscb(f4, format4);
+  return placed;
+}
+
+void TestVolume::patchLabel(int offset, const std::vector<unsigned char>& bytes) {
+  require(offset >= 0 && offset + bytes.size() <= static_cast<size_t>(label_layout::kDataLength),
+          "patch inside the label");
+  for (Record r : readRecords(0, 0)) {
+    if (r.key == std::vector<unsigned char>{0xE5, 0xD6, 0xD3, 0xF1}) {
+      std::memcpy(r.data.data() + offset, bytes.data(), bytes.size());
+      putRecord(0, 0, r);
+      return;
+    }
+  }
+  failStep("no VOL1 record on track 0/0");
+}
+
+}  // namespace ckdvol_test
