@@ -1,0 +1,290 @@
+// ckdvol create: make a new volume file and initialise every track.
+//
+//   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--no-format]
+//
+// The file is never overwritten: an existing FILE is refused and left as it
+// is. A volume whose initialisation fails or is interrupted (SIGINT, SIGTERM,
+// SIGHUP) is removed again, so no unusable half-written volume stays behind.
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "command.h"
+#include "tool_util.h"
+
+namespace ckdvol_tool {
+namespace {
+
+using F = EmulatedCKDfile;
+
+// ---- removal of an unfinished volume on a signal ---------------------------------
+//
+// initialize() cannot be stopped from its progress callback, and a large
+// volume takes minutes. So the handler itself removes the file (unlink and
+// write are async-signal-safe), then dies of the signal with its default
+// action. The path and the message are prepared before the handler is armed.
+
+constexpr int kCleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+std::string gCleanupPath;
+std::string gCleanupMessage;
+volatile sig_atomic_t gCleanupArmed = 0;
+
+void removeUnfinishedVolume(int sig) {
+  if (gCleanupArmed) {
+    ::unlink(gCleanupPath.c_str());
+    ssize_t ignored = ::write(STDERR_FILENO, gCleanupMessage.data(), gCleanupMessage.size());
+    (void)ignored;
+  }
+  ::signal(sig, SIG_DFL);
+  ::raise(sig);
+}
+
+sigset_t cleanupSignalSet() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int s : kCleanupSignals) sigaddset(&set, s);
+  return set;
+}
+
+// Blocks the cleanup signals while alive, so that arming and disarming are
+// atomic with the file's creation and completion.
+class SignalBlock {
+ public:
+  SignalBlock() {
+    const sigset_t set = cleanupSignalSet();
+    sigprocmask(SIG_BLOCK, &set, &old_);
+  }
+  ~SignalBlock() { sigprocmask(SIG_SETMASK, &old_, nullptr); }
+
+ private:
+  sigset_t old_;
+};
+
+void installCleanupHandlers() {
+  struct sigaction sa;
+  std::memset(&sa, 0, sizeof sa);
+  sa.sa_handler = removeUnfinishedVolume;
+  sa.sa_mask = cleanupSignalSet();
+  sa.sa_flags = SA_RESTART;
+  for (int s : kCleanupSignals) sigaction(s, &sa, nullptr);
+}
+
+void restoreDefaultHandlers() {
+  for (int s : kCleanupSignals) ::signal(s, SIG_DFL);
+}
+
+// ---- progress -------------------------------------------------------------------
+
+double now() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+std::string clockText(double seconds) {
+  const long s = static_cast<long>(seconds + 0.5);
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%ld:%02ld:%02ld", s / 3600, (s / 60) % 60, s % 60);
+  return buf;
+}
+
+// One step is one cylinder buffer: tracksPerCylinder slots.
+struct Progress {
+  unsigned long long total = 0;  // steps of the whole volume
+  unsigned long long done = 0;
+  unsigned long long bytesPerStep = 0;
+  bool bar = false;  // draw a bar on standard error
+  double start = 0;
+  double lastDraw = -1;
+
+  void draw(bool final) {
+    const double t = now();
+    if (!final && lastDraw >= 0 && t - lastDraw < 0.1) return;
+    lastDraw = t;
+    const double elapsed = t - start;
+    const double rate = elapsed > 0 ? static_cast<double>(done) / elapsed : 0;
+    const double mbps = rate * static_cast<double>(bytesPerStep) / 1e6;
+    const double left = rate > 0 ? static_cast<double>(total - done) / rate : 0;
+    const int width = 30;
+    const int filled = total ? static_cast<int>(width * done / total) : width;
+    std::string barText(static_cast<size_t>(filled), '#');
+    barText.append(static_cast<size_t>(width - filled), '.');
+    std::fprintf(stderr, "\r[%s] %llu/%llu cylinders  %.0f cyl/s (%.0f MB/s)  %s left ", barText.c_str(),
+                 done, total, rate, mbps, clockText(left).c_str());
+    if (final) std::fputc('\n', stderr);
+    std::fflush(stderr);
+  }
+};
+
+void onCylinder(void* context, F::CKDtype, unsigned short, unsigned int, unsigned int) {
+  Progress* p = static_cast<Progress*>(context);
+  ++p->done;
+  if (p->bar) p->draw(false);
+}
+
+// ---- messages -------------------------------------------------------------------
+
+std::string systemCause(int savedErrno, const char* otherwise) {
+  return savedErrno != 0 ? std::strerror(savedErrno) : otherwise;
+}
+
+std::string createFailure(int rc, int savedErrno) {
+  switch (rc) {
+    case F::kCreateIo:
+      if (savedErrno == EEXIST) return "the file already exists; it was not changed";
+      return "cannot create the volume file: " + systemCause(savedErrno, "header not written");
+    case F::kCreateBadType:
+      return "unknown device type";
+    case F::kCreateZeroCylinders:
+      return "a volume needs at least one cylinder";
+    case F::kCreateTooLarge:
+      return "more than 65520 cylinders is possible only for device type D600";
+    default:
+      return "create failed with result " + std::to_string(rc);
+  }
+}
+
+std::string initFailure(int rc, int savedErrno) {
+  switch (rc) {
+    case F::kInitWrite:
+      return "writing the tracks failed: " + systemCause(savedErrno, "short write (disk full?)");
+    case F::kInitNoOffset:
+      return "the volume has no tracks";
+    case F::kInitSeek:
+      return "cannot position the file at its first track: " + systemCause(savedErrno, "seek failed");
+    case F::kInitReadHeader:
+      return "cannot read the header back: " + systemCause(savedErrno, "short read");
+    case F::kInitWriteHeader:
+      return "cannot write the finished header: " + systemCause(savedErrno, "short write");
+    case F::kInitLoadTrack:
+      return "the first track cannot be read back: " + systemCause(savedErrno, "short read");
+    default:
+      return "initialisation failed with result " + std::to_string(rc);
+  }
+}
+
+struct CreateOptions {
+  std::string path;
+  std::string type;
+  int cylinders = 0;
+  bool cylindersGiven = false;  // otherwise the count comes from type and model
+  bool noFormat = false;
+};
+
+int runCreate(const CreateOptions& o) {
+  F::CKDtype type;
+  int model;
+  if (!F::parseType(o.type.c_str(), type, model)) {
+    return failWith(kExitUsage, "'" + o.type +
+                                    "' is not a device type: use TYPE or TYPE-MODEL, e.g. D600 or "
+                                    "D600-3 ('ckdvol types' lists the types)");
+  }
+  // create(): a positive count is taken as it is, a negative one as that many
+  // times the type's default count. Model N asks for N times the default,
+  // no model for the default itself.
+  if (o.cylindersGiven && o.cylinders <= 0) {
+    return failWith(kExitUsage, "--cylinders needs a count of at least 1");
+  }
+  const int request = o.cylindersGiven ? o.cylinders : -(model > 0 ? model : 1);
+
+  F f;
+  gCleanupPath = o.path;
+  gCleanupMessage = "\nckdvol: " + o.path + ": interrupted; the unfinished volume was removed\n";
+  int rc;
+  {
+    SignalBlock block;
+    installCleanupHandlers();
+    errno = 0;
+    rc = f.create(o.path.c_str(), type, request);
+    const int savedErrno = errno;
+    if (rc != F::kCreateOk) {
+      restoreDefaultHandlers();
+      return fail(o.path, createFailure(rc, savedErrno));
+    }
+    gCleanupArmed = 1;
+  }  // a signal that arrived meanwhile is handled here, with the file armed
+
+  Progress progress;
+  progress.bytesPerStep = static_cast<unsigned long long>(f.tracksPerCylinder) * f.trackSlotSize;
+  progress.total = static_cast<unsigned long long>(f.getMaxOffset() - 512) / progress.bytesPerStep;
+  progress.bar = stderrIsTerminal();
+  progress.start = now();
+  const unsigned int cylinders = f.cylinders;
+  const unsigned short heads = f.tracksPerCylinder;
+  const unsigned short modelNumber = f.model;
+  const bool rounded = f.cylindersRounded != 0;
+  const long long size = f.getMaxOffset();
+
+  errno = 0;
+  rc = f.initialize(onCylinder, &progress, !o.noFormat);
+  const int savedErrno = errno;
+  {
+    SignalBlock block;
+    gCleanupArmed = 0;
+    if (rc != F::kInitOk) {
+      f.close();
+      ::unlink(o.path.c_str());
+    } else {
+      f.close();
+    }
+    restoreDefaultHandlers();
+  }
+  if (progress.bar) progress.draw(true);
+  if (rc != F::kInitOk) return fail(o.path, initFailure(rc, savedErrno) + "; the file was removed");
+
+  char typeText[16];
+  if (modelNumber != 0) {
+    std::snprintf(typeText, sizeof typeText, "%04X-%u", static_cast<unsigned>(type), modelNumber);
+  } else {
+    std::snprintf(typeText, sizeof typeText, "%04X", static_cast<unsigned>(type));
+  }
+  std::printf("created %s: %s, %u cylinders%s x %u heads, %lld bytes, %s in %.1f s\n", o.path.c_str(),
+              typeText, cylinders, rounded ? " (rounded up to a multiple of 1113)" : "", heads, size,
+              o.noFormat ? "empty tracks" : "labelled with an empty VTOC", now() - progress.start);
+  return kExitOk;
+}
+
+const CommandRegistration kRegistration(Command{
+    "create", "Create a new volume file and initialise all its tracks", 10,
+    [](CLI::App& app) -> std::function<int()> {
+      auto o = std::make_shared<CreateOptions>();
+      app.add_option("FILE", o->path, "The volume file to create; an existing file is refused")
+          ->required();
+      app.add_option("TYPE", o->type, "Device type with an optional model: D600, D600-3, D600-A")
+          ->required();
+      CLI::Option* cylinders = app.add_option(
+          "--cylinders", o->cylinders,
+          "Number of cylinders; overrides the model (D600 only above 65520, "
+          "then rounded up to a multiple of 1113)");
+      app.add_flag("--no-format", o->noFormat,
+                   "Write empty tracks only (home address and record zero): no IPL records, "
+                   "no VOL1 label, no VTOC");
+      app.footer(
+          "Cylinders: TYPE alone gives the type's default count (see 'ckdvol types');\n"
+          "TYPE-N gives N times that count (D600-3: 3339 cylinders), and TYPE-A means\n"
+          "TYPE-59 (D600-A: 65667 cylinders, a volume with 28-bit cylinder numbers).\n"
+          "--cylinders N sets the count directly.\n"
+          "\n"
+          "With full formatting, cylinder 0 holds the IPL records and the VOL1 label\n"
+          "(serial 0X0123) on head 0 and an empty VTOC on head 1; every other track holds\n"
+          "4096-byte filler records. A progress bar is drawn on standard error when it is\n"
+          "a terminal; a summary line goes to standard output. If initialisation fails or\n"
+          "is interrupted (SIGINT, SIGTERM, SIGHUP), the file is removed.");
+      return [o, cylinders] {
+        o->cylindersGiven = cylinders->count() > 0;
+        return runCreate(*o);
+      };
+    }});
+
+}  // namespace
+}  // namespace ckdvol_tool
