@@ -1,0 +1,285 @@
+// ckdvol version: track versioning of a volume.
+//
+//   ckdvol version status|enable|disable|commit|rollback|verify FILE
+//
+// status opens the volume read-only and changes nothing. Every other action
+// opens it read-write, which also makes a pending version active (the header
+// then says so); the report mentions it when that happens.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "ckdfile/versioning.h"
+#include "command.h"
+#include "tool_util.h"
+
+namespace ckdvol_tool {
+namespace {
+
+using F = EmulatedCKDfile;
+
+std::string copiesText(long long n) {
+  return std::to_string(n) + (n == 1 ? " saved copy" : " saved copies");
+}
+
+std::string openFailure(const F& f, int rc) {
+  const std::string cause = rc == F::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
+  return "not a usable volume (open result " + std::to_string(rc) + "): " + cause;
+}
+
+long long fileLength(const F& f) {
+  struct stat st;
+  return ::fstat(f.fileDescriptor, &st) == 0 ? static_cast<long long>(st.st_size) : -1;
+}
+
+// Slots behind the last track slot, whatever version made them.
+long long copyAreaSlots(const F& f) {
+  const long long size = fileLength(f);
+  const long long dataEnd = f.getMaxOffset();
+  return size > dataEnd ? (size - dataEnd) / f.trackSlotSize : 0;
+}
+
+// "slot at offset X (cylinder C head H)" for a slot offset the library last read.
+std::string slotText(const F& f, unsigned long long offset) {
+  std::string s = "the slot at file offset " + std::to_string(offset);
+  const long long dataEnd = f.getMaxOffset();
+  if (f.deviceType != F::D200 && offset >= 512 && static_cast<long long>(offset) < dataEnd &&
+      (offset - 512) % f.trackSlotSize == 0) {
+    const unsigned long long index = (offset - 512) / f.trackSlotSize;
+    s += " (cylinder " + std::to_string(index / f.tracksPerCylinder) + " head " +
+         std::to_string(index % f.tracksPerCylinder) + ")";
+  } else if (static_cast<long long>(offset) >= dataEnd) {
+    s += " (in the saved-copy area)";
+  }
+  return s;
+}
+
+std::string queryFailure(int rc) {
+  switch (rc) {
+    case ckdvol::kQueryNoEnd:
+      return "cannot find the end of the file: " + std::string(std::strerror(errno));
+    case ckdvol::kQueryReadCopy:
+      return "cannot read a saved copy behind the last track: " + std::string(std::strerror(errno));
+    default:
+      return "querying the versions failed with result " + std::to_string(rc);
+  }
+}
+
+// Opens read-write and says whether that made a pending version active.
+// Returns 0, or the exit status after a message.
+int openForUpdate(F& f, const std::string& path) {
+  F peek;
+  int rc = peek.open(path.c_str(), true);
+  if (rc < 0) return fail(path, openFailure(peek, rc));
+  const int activeBefore = peek.activeVersion;
+  peek.close();
+  rc = f.open(path.c_str(), false);
+  if (rc < 0) return fail(path, openFailure(f, rc));
+  if (f.activeVersion != activeBefore) {
+    std::printf("%s: opening it read-write made the pending version %d active\n", path.c_str(),
+                f.activeVersion);
+  }
+  return kExitOk;
+}
+
+int runStatus(const std::string& path) {
+  F f;
+  const int rc = f.open(path.c_str(), true);
+  if (rc < 0) return fail(path, openFailure(f, rc));
+  int version = 0, copies = 0;
+  const int q = f.queryVersion(version, copies);
+  if (q < 0) return fail(path, queryFailure(q));
+  const long long area = copyAreaSlots(f);
+  std::printf("%s:\n", path.c_str());
+  if (f.activeVersion == 0) {
+    std::printf("  versioning:        off (active version 0)\n");
+  } else {
+    std::printf("  active version:    %d\n", f.activeVersion);
+  }
+  std::printf("  latest version:    %d\n", f.latestVersion);
+  if (q == ckdvol::kQueryPending) {
+    std::printf("  pending:           version %d is enabled; it becomes active at the next read-write open\n",
+                f.latestVersion);
+  }
+  if (f.activeVersion != 0) {
+    std::printf("  saved copies:      %d of the active version (tracks changed since it became active)\n",
+                copies);
+  }
+  std::printf("  copy area:         %lld slot%s behind the last track (%lld bytes)\n", area,
+              area == 1 ? "" : "s", area * static_cast<long long>(f.trackSlotSize));
+  return kExitOk;
+}
+
+int runEnable(const std::string& path) {
+  F f;
+  if (int status = openForUpdate(f, path)) return status;
+  const int active = f.activeVersion;
+  switch (const int rc = f.enableVersion()) {
+    case ckdvol::kEnableOk:
+      std::printf("%s: version %d enabled; it takes effect at the next read-write open of the volume\n",
+                  path.c_str(), f.latestVersion);
+      if (active == 0) {
+        std::printf("  (versioning is off until then: changes made before it are not saved)\n");
+      } else {
+        std::printf("  (version %d stays active until then)\n", active);
+      }
+      return kExitOk;
+    case ckdvol::kEnablePending:
+      return fail(path, "version " + std::to_string(f.latestVersion) +
+                            " is already enabled and waits for the next read-write open");
+    case ckdvol::kEnableHeaderRead:
+      return fail(path, "cannot read the volume header, or it is no longer a usable volume");
+    case ckdvol::kEnableHeaderWrite:
+      return fail(path, "cannot write the volume header: " + std::string(std::strerror(errno)));
+    default:
+      return fail(path, "enabling a version failed with result " + std::to_string(rc));
+  }
+}
+
+int runDisable(const std::string& path) {
+  F f;
+  if (int status = openForUpdate(f, path)) return status;
+  const int active = f.activeVersion;
+  int version = 0, copies = 0;
+  const int q = f.queryVersion(version, copies);
+  switch (const int rc = f.disableVersion()) {
+    case ckdvol::kDisableOk:
+      if (f.activeVersion == 0) {
+        std::printf("%s: version %d disabled; versioning is now off\n", path.c_str(), active);
+      } else {
+        std::printf("%s: version %d disabled; version %d is active again\n", path.c_str(), active,
+                    f.activeVersion);
+      }
+      return kExitOk;
+    case ckdvol::kDisableBusy:
+      if (q >= 0 && copies > 0) {
+        return fail(path, "version " + std::to_string(active) + " still has " + copiesText(copies) +
+                              "; commit or roll it back first");
+      }
+      return fail(path, "version " + std::to_string(f.latestVersion) +
+                            " is enabled but not yet active; open the volume read-write first");
+    case ckdvol::kDisableNotActive:
+      if (active == 0) return fail(path, "versioning is not active: there is no version to disable");
+      return fail(path, "cannot write the volume header: " + std::string(std::strerror(errno)));
+    case ckdvol::kDisableHeaderRead:
+      return fail(path, "cannot read the volume header, or it is no longer a usable volume");
+    default:
+      return fail(path, queryFailure(rc));
+  }
+}
+
+std::string doVersionFailure(const F& f, int rc) {
+  const std::string at = slotText(f, f.lastReadOffset);
+  switch (rc) {
+    case ckdvol::kDoVersionNoEnd:
+      return "cannot find the end of the file: " + std::string(std::strerror(errno));
+    case ckdvol::kDoVersionCopyRead:
+      return "cannot read the saved copy at " + at;
+    case ckdvol::kDoVersionCopyNoMarker:
+      return at + " lies behind the last track but is not a saved copy (no \"VER0\" in its trailer)";
+    case ckdvol::kDoVersionHomeRead:
+      return "a saved copy links to " + at + ", which cannot be read";
+    case ckdvol::kDoVersionHomeNoMarker:
+    case ckdvol::kDoVersionHomeNoLink:
+      return "a saved copy's track, " + at + ", no longer links to it (" +
+             (rc == ckdvol::kDoVersionHomeNoMarker ? "its trailer has no \"VER0\"" : "its trailer links elsewhere") +
+             "); an interrupted commit or rollback leaves its processed copies behind like this";
+    case ckdvol::kDoVersionTrackMismatch:
+      return "a saved copy and its track, " + at + ", name different tracks in their home addresses";
+    case ckdvol::kDoVersionHomeWrite:
+      return "cannot write the track at " + std::to_string(f.lastReadOffset) + ": " + std::strerror(errno);
+    case ckdvol::kDoVersionSync:
+      return "forcing the written tracks to disk failed: " + std::string(std::strerror(errno));
+    case ckdvol::kDoVersionTruncate:
+      return "cannot cut the saved copies off the file: " + std::string(std::strerror(errno));
+    default:
+      return "failed with result " + std::to_string(rc);
+  }
+}
+
+int runDoVersion(const std::string& path, int operation) {
+  F f;
+  if (int status = openForUpdate(f, path)) return status;
+  const char* verb = operation == ckdvol::kVersionCommit     ? "commit"
+                     : operation == ckdvol::kVersionRollback ? "roll back"
+                                                             : "verify";
+  if (f.activeVersion <= 0) {
+    std::printf("%s: versioning is not active: nothing to %s\n", path.c_str(), verb);
+    return kExitOk;
+  }
+  const long long before = fileLength(f);
+  const int rc = f.doVersion(-1, operation);
+  if (rc < 0) {
+    std::string done = operation == ckdvol::kVersionVerify
+                           ? ""
+                           : "; any copies processed before the error were written back, and none was cut off the file";
+    return fail(path, std::string(verb) + " of version " + std::to_string(f.activeVersion) + ": " +
+                          doVersionFailure(f, rc) + done);
+  }
+  const long long after = fileLength(f);
+  const long long left = copyAreaSlots(f);
+  if (operation == ckdvol::kVersionVerify) {
+    std::printf("%s: %s of version %d verified: each links to its track and back; nothing changed\n",
+                path.c_str(), copiesText(rc).c_str(), f.activeVersion);
+  } else {
+    std::printf("%s: version %d %s: %s %s\n", path.c_str(), f.activeVersion,
+                operation == ckdvol::kVersionCommit ? "committed" : "rolled back", copiesText(rc).c_str(),
+                operation == ckdvol::kVersionCommit ? "dropped, the tracks keep their new contents"
+                                                    : "written back over their tracks");
+    if (after != before) {
+      std::printf("  file cut from %lld to %lld bytes; version %d stays active", before, after,
+                  f.activeVersion);
+    } else {
+      std::printf("  file length unchanged (%lld bytes); version %d stays active", after, f.activeVersion);
+    }
+    std::printf(left > 0 ? " (%lld older saved cop%s remain)\n" : "\n", left, left == 1 ? "y" : "ies");
+  }
+  return kExitOk;
+}
+
+const CommandRegistration kRegistration(Command{
+    "version", "Track versioning: status, enable, disable, commit, rollback, verify", 40,
+    [](CLI::App& app) -> std::function<int()> {
+      struct Args {
+        std::string action;
+        std::string file;
+      };
+      auto args = std::make_shared<Args>();
+      app.add_option("ACTION", args->action, "status, enable, disable, commit, rollback or verify")
+          ->required()
+          ->check(CLI::IsMember({"status", "enable", "disable", "commit", "rollback", "verify"}));
+      app.add_option("FILE", args->file, "Volume file")->required();
+      app.footer(
+          "While a version is active, the first change of a track saves its former image\n"
+          "behind the last track of the file. Actions:\n"
+          "  status    active and latest version, saved copies (read-only, changes nothing)\n"
+          "  enable    enable the next version; it becomes active at the next read-write\n"
+          "            open of the volume (by any program, this tool included)\n"
+          "  disable   step back to the previous version (off at 0); refused while saved\n"
+          "            copies of the active version exist\n"
+          "  commit    keep the changes and drop the saved copies\n"
+          "  rollback  put the saved copies back over their tracks and drop them\n"
+          "  verify    check that every saved copy and its track link to each other\n"
+          "All actions but status open the volume read-write, which makes a pending\n"
+          "version active. Exit status 0 on success, 1 with a message naming the file\n"
+          "and the cause otherwise.");
+      return [args]() -> int {
+        const std::string& a = args->action;
+        if (a == "status") return runStatus(args->file);
+        if (a == "enable") return runEnable(args->file);
+        if (a == "disable") return runDisable(args->file);
+        if (a == "commit") return runDoVersion(args->file, ckdvol::kVersionCommit);
+        if (a == "rollback") return runDoVersion(args->file, ckdvol::kVersionRollback);
+        return runDoVersion(args->file, ckdvol::kVersionVerify);
+      };
+    }});
+
+}  // namespace
+}  // namespace ckdvol_tool
