@@ -74,6 +74,16 @@ expect_status 0 "info on a level-0 file" "$TOOL" info "$WORK/old.ckd"
 check "level-0: pending update reported" grep -q 'asks for an update' "$WORK/out"
 check "level-0: file unchanged" cmp -s "$WORK/old.ckd" "$WORK/old-before.ckd"
 
+# A volume made by the tool itself, when this build has `create`.
+if "$TOOL" create --help >/dev/null 2>&1; then
+  expect_status 0 "create a small volume" "$TOOL" create "$WORK/made.ckd" D600 --cylinders 2
+  expect_status 0 "info on a created volume" "$TOOL" info "$WORK/made.ckd"
+  check "created volume: type" grep -q '^device type: *D600-1$' "$WORK/out"
+  check "created volume: cylinders" grep -q '^cylinders: *2$' "$WORK/out"
+else
+  echo "note: no 'create' command in this build; created-volume checks skipped"
+fi
+
 expect_status 0 "info --help" "$TOOL" info --help
 check "help explains read-only" grep -q 'read-only' "$WORK/out"
 
