@@ -64,13 +64,23 @@ long long EmulatedCKDfile::versionTrack(unsigned long long slotOffset) {
 
   off64_t end = ::lseek64(fileDescriptor, 0, SEEK_END);
   if (end < 0) return kVersionTrackFailed;
+  // The copy goes behind the last whole slot of the copy area: on a sound
+  // file that is the end of the file. A damaged file's stump of a slot is
+  // overwritten, and a file that ends short of dataEnd gets its copy at
+  // dataEnd, never inside the track slots.
+  const long long dataEnd = copyAreaStart(*this);
+  const long long position =
+      end < dataEnd ? dataEnd : lastCopySlot(end, dataEnd, trackSlotSize) + trackSlotSize;
+  if (position != end && ::lseek64(fileDescriptor, position, SEEK_SET) != position) {
+    return kVersionTrackFailed;
+  }
   ssize_t written = writeFully(fileDescriptor, copy.get(), trackSlotSize);
   if (written != static_cast<ssize_t>(trackSlotSize)) {
     // Cut a partial copy off again, so that the copy area stays whole slots.
-    if (written > 0) (void)::ftruncate64(fileDescriptor, end);
+    if (written > 0) (void)::ftruncate64(fileDescriptor, position);
     return kVersionTrackFailed;
   }
-  return end;
+  return position;
 }
 
 int EmulatedCKDfile::enableVersion() {

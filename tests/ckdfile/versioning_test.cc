@@ -586,12 +586,30 @@ TEST_F(Versioning, CopyAreaCutInsideACopy) {
   EXPECT_EQ("This is it;; ofs = " + std::to_string(slotOffset(0, 9)) + "\n", out);
   EXPECT_EQ(Bytes(16, 0), trailerAt(path, slotOffset(0, 9)));
 
-  EXPECT_EQ(2, f.verifyVersion(-1));
-  EXPECT_EQ(2, f.commitVersion(-1));
+  // The next copy replaces the stump, so the copies stay whole slots.
+  rewrite(f, 1, 0, 0x10);
+  EXPECT_EQ(static_cast<long long>(dataEnd() + 3 * kD600Slot), fileSize(path));
+  EXPECT_EQ(trailerBytes(0, slotOffset(1, 0)), trailerAt(path, dataEnd() + 2 * kD600Slot));
+
+  EXPECT_EQ(3, f.verifyVersion(-1));
+  EXPECT_EQ(3, f.commitVersion(-1));
   EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+  EXPECT_EQ(trackImage(1, 0, 0x10), slotBytes(path, slotOffset(1, 0)));
   EXPECT_EQ(trackImage(0, 3, 0x33), slotBytes(path, slotOffset(0, 3)));
   EXPECT_EQ(trackImage(0, 6, 0x66), slotBytes(path, slotOffset(0, 6)));
   EXPECT_EQ(trackImage(0, 9, 0x99), slotBytes(path, slotOffset(0, 9)));
+}
+
+TEST_F(Versioning, FileEndingShortOfTheCopyAreaGetsItsCopyAtDataEnd) {
+  EmulatedCKDfile f;
+  ASSERT_EQ(0, f.open(path.c_str(), false));
+  activateNextVersion(f);
+  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotOffset(1, 0))));  // cylinder 1 gone
+  rewrite(f, 0, 2, 0x22);
+  EXPECT_EQ(static_cast<long long>(dataEnd() + kD600Slot), fileSize(path));
+  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, slotOffset(0, 2)));
+  EXPECT_EQ(1, f.rollbackVersion(-1));
+  EXPECT_EQ(trackImage(0, 2, 2), slotBytes(path, slotOffset(0, 2)));
 }
 
 TEST(VersioningD200, CopyAreaBeginsBehindAllTenCells) {
