@@ -10,3 +10,6 @@ tool=build/tools/ckdvol/ckdvol
 demo=${DEMO_VOLUME:-demo.ckd}
 rm -f "$demo"
 "$tool" types
+"$tool" create "$demo" D600 --cylinders 10
+"$tool" vtoc "$demo"
+"$tool" ls "$demo"
