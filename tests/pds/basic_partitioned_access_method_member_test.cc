@@ -48,7 +48,7 @@ struct PdsFixture {
   }
 };
 
-TEST(ReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
+TEST(PdsReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
   PdsFixture f({{"FIRST", textBlocks("F", 5, 80, 40), {}},
                 {"MEMBER1", textBlocks("REC", 120, 80, 40), {}}});
   errno = 0;
@@ -68,7 +68,7 @@ TEST(ReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
   EXPECT_STREQ("FIRST", f.pds.memberName);
 }
 
-TEST(ReadMemberTest, MissingMembersGiveEnoentAndNoRecords) {
+TEST(PdsReadMemberTest, MissingMembersGiveEnoentAndNoRecords) {
   PdsFixture f({{"ONE", textBlocks("O", 3, 80, 40), {}}});
   ASSERT_EQ(0, f.pds.readMember("ONE"));
   errno = 0;
@@ -86,7 +86,7 @@ TEST(ReadMemberTest, MissingMembersGiveEnoentAndNoRecords) {
   EXPECT_EQ(ENOENT, errno);
 }
 
-TEST(ReadMemberTest, BlocksThatAreNotWholeRecordsOrTooLongEndTheMember) {
+TEST(PdsReadMemberTest, BlocksThatAreNotWholeRecordsOrTooLongEndTheMember) {
   Bytes b3120 = textBlocks("A", 39, 80, 39)[0];
   Bytes b3130 = b3120;
   b3130.resize(3130, 0x40);
@@ -104,7 +104,7 @@ TEST(ReadMemberTest, BlocksThatAreNotWholeRecordsOrTooLongEndTheMember) {
   EXPECT_EQ(39, f.pds.records.count);
 }
 
-TEST(ReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
+TEST(PdsReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -126,7 +126,7 @@ TEST(ReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
   EXPECT_TRUE(before == fileBytes(vol.path()));
 }
 
-TEST(ReadMemberTest, TracksOutsideTheExtentsOrTheVolumeGiveEio) {
+TEST(PdsReadMemberTest, TracksOutsideTheExtentsOrTheVolumeGiveEio) {
   TestVolume vol;
   // Extent 2 lies beyond the volume's 3 cylinders.
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}, {50, 0, 50, 14}});
@@ -153,7 +153,7 @@ TEST(ReadMemberTest, TracksOutsideTheExtentsOrTheVolumeGiveEio) {
   EXPECT_EQ(-4, Bpam::kReadUnreadable);
 }
 
-TEST(ReadMemberTest, RecordLengthZeroIsRefused) {
+TEST(PdsReadMemberTest, RecordLengthZeroIsRefused) {
   PdsFixture f({{"LOAD", {Bytes(1000, 0x12), Bytes(77, 0x34)}, {}}}, 6144, 2, 0);
   EXPECT_EQ(0, f.pds.recordLength);
   errno = 0;
@@ -166,7 +166,7 @@ TEST(ReadMemberTest, RecordLengthZeroIsRefused) {
 
 // ---- setRecord -----------------------------------------------------------------
 
-TEST(SetRecordTest, LengthsDecideWhetherARecordIsAdded) {
+TEST(PdsSetRecordTest, LengthsDecideWhetherARecordIsAdded) {
   PdsFixture f({{"M", textBlocks("M", 1, 80, 1), {}}});
   const char data[100] = "0123456789";
   errno = 1234;
@@ -190,7 +190,7 @@ TEST(SetRecordTest, LengthsDecideWhetherARecordIsAdded) {
 
 // ---- replaceMember -------------------------------------------------------------
 
-TEST(ReplaceMemberTest, CountMismatchChangesNothingOnTheVolume) {
+TEST(PdsReplaceMemberTest, CountMismatchChangesNothingOnTheVolume) {
   PdsFixture f({{"MEMBER1", textBlocks("REC", 120, 80, 40), {}}});
   for (int i = 0; i < 119; ++i) ASSERT_EQ(0, f.pds.setRecord(i, "NEW", 3));
   Bytes before = fileBytes(f.vol.path());
@@ -204,7 +204,7 @@ TEST(ReplaceMemberTest, CountMismatchChangesNothingOnTheVolume) {
   EXPECT_EQ(-10, Bpam::kReplaceCountMismatch);
 }
 
-TEST(ReplaceMemberTest, ShortRecordsArePaddedWithBlanksAndBlocksKeepTheirLengths) {
+TEST(PdsReplaceMemberTest, ShortRecordsArePaddedWithBlanksAndBlocksKeepTheirLengths) {
   Bytes b3120 = textBlocks("A", 39, 80, 39)[0];
   Bytes b80 = textBlocks("S", 1, 80, 1)[0];
   PdsFixture f({{"BEFORE", textBlocks("B", 4, 80, 40), {}},
@@ -264,7 +264,7 @@ TEST(ReplaceMemberTest, ShortRecordsArePaddedWithBlanksAndBlocksKeepTheirLengths
   EXPECT_EQ("NEWREC0117" + std::string(70, '\x40'), recordBytes(pds.records[117]));
 }
 
-TEST(ReplaceMemberTest, NullSlotsAndFullLengthRecordsAreWrittenAsGiven) {
+TEST(PdsReplaceMemberTest, NullSlotsAndFullLengthRecordsAreWrittenAsGiven) {
   PdsFixture f({{"M", textBlocks("OLD", 3, 80, 2), {}}});
   std::string full(80, '\xC1');
   ASSERT_EQ(0, f.pds.setRecord(0, full.data(), 80));

@@ -19,7 +19,7 @@ using Bpam = BasicPartionedAccessMethod;
 
 // ---- directory entries from bytes, no volume ----------------------------------
 
-TEST(DirEntTest, DecodesEveryFieldOfAHandWrittenEntry) {
+TEST(PdsDirEntTest, DecodesEveryFieldOfAHandWrittenEntry) {
   const unsigned char entry[] = {
       0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40,  // name "AB" + 6 blanks
       0x01, 0x02,                                      // TT 0x0102
@@ -39,7 +39,7 @@ TEST(DirEntTest, DecodesEveryFieldOfAHandWrittenEntry) {
   EXPECT_EQ(16, Bpam::DirEnt::entryLength(entry));
 }
 
-TEST(DirEntTest, NamesKeepInnerBlanksAndLoseTrailingOnes) {
+TEST(PdsDirEntTest, NamesKeepInnerBlanksAndLoseTrailingOnes) {
   const unsigned char inner[12] = {0xC1, 0x40, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40};  // A B
   EXPECT_STREQ("A B", Bpam::DirEnt(inner).name);
   const unsigned char blank[12] = {0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40};
@@ -50,7 +50,7 @@ TEST(DirEntTest, NamesKeepInnerBlanksAndLoseTrailingOnes) {
   EXPECT_STREQ("A", Bpam::DirEnt(nul).name);
 }
 
-TEST(DirEntTest, IndicatorTopBitsDoNotCountTowardsTheLength) {
+TEST(PdsDirEntTest, IndicatorTopBitsDoNotCountTowardsTheLength) {
   unsigned char entry[74] = {0xC1, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0, 1, 2,
                              0x8F};  // top bit set, 15 halfwords
   for (int i = 0; i < 62; ++i) entry[12 + i] = static_cast<unsigned char>(i + 1);
@@ -80,7 +80,7 @@ int openOn(TestVolume& vol, Opened& o, const char* name) {
   return o.pds.openDataset(name);
 }
 
-TEST(OpenDatasetTest, ConstructorLeavesEverythingUnset) {
+TEST(PdsOpenDatasetTest, ConstructorLeavesEverythingUnset) {
   DskVolume dsk;
   Bpam pds(dsk);
   EXPECT_EQ(&dsk, &pds.volume);
@@ -101,7 +101,7 @@ TEST(OpenDatasetTest, ConstructorLeavesEverythingUnset) {
   EXPECT_EQ(-1, e.tracks);
 }
 
-TEST(OpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
+TEST(PdsOpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
   TestVolume vol;
   DataSetSpec seq = pdsDataSet("TEST.SEQ", 80, 3120, {{1, 0, 1, 0}});
   seq.dsorg = 0x4000;  // PS
@@ -130,7 +130,7 @@ TEST(OpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
   EXPECT_EQ(-1, o.pds.blockSize);
 }
 
-TEST(OpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
+TEST(PdsOpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
   for (uint16_t dsorg : {uint16_t{0x0200}, uint16_t{0x0300}}) {
     TestVolume vol;
     DataSetSpec ds = pdsDataSet("SYS1.MACLIB", 80, 6160, {{1, 0, 1, 14}});
@@ -148,7 +148,7 @@ TEST(OpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
   }
 }
 
-TEST(OpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
+TEST(PdsOpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
   TestVolume vol;
   DataSetSpec none = pdsDataSet("NO.EXTENT", 80, 3120, {});  // NbrExts 0
   DataSetSpec far = pdsDataSet("FAR.AWAY", 80, 3120, {{50, 0, 50, 14}});  // beyond 3 cylinders
@@ -176,7 +176,7 @@ TEST(OpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
 
 // ---- the directory walk --------------------------------------------------------
 
-TEST(DirectoryWalkTest, DirectoryOverSeveralBlocksAndTracksWithUserDataOfEveryLength) {
+TEST(PdsDirectoryWalkTest, DirectoryOverSeveralBlocksAndTracksWithUserDataOfEveryLength) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 2, 14}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -214,7 +214,7 @@ TEST(DirectoryWalkTest, DirectoryOverSeveralBlocksAndTracksWithUserDataOfEveryLe
   EXPECT_GT(at.directoryEof.head, 1);  // the directory did span tracks
 }
 
-TEST(DirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
+TEST(PdsDirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -241,7 +241,7 @@ TEST(DirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
   EXPECT_EQ(1, o.pds.directory[1]->record);
 }
 
-TEST(DirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
+TEST(PdsDirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -273,7 +273,7 @@ TEST(DirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
   EXPECT_STREQ("LATE", o.pds.directory[3]->name);
 }
 
-TEST(DirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
+TEST(PdsDirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -315,7 +315,7 @@ TEST(DirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
   EXPECT_STREQ("F3", o.pds.directory[27]->name);
 }
 
-TEST(DirectoryWalkTest, ASecondOpenAddsEverythingAgain) {
+TEST(PdsDirectoryWalkTest, ASecondOpenAddsEverythingAgain) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 4}, {2, 0, 2, 4}});
   vol.writeVtoc({format1Dscb(ds)});
@@ -330,7 +330,7 @@ TEST(DirectoryWalkTest, ASecondOpenAddsEverythingAgain) {
 
 // ---- extents and relative tracks ---------------------------------------------
 
-TEST(ExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
+TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
   TestVolume vol;
   std::vector<ExtentSpec> f1Extents = {{1, 0, 1, 1}, {1, 5, 1, 5}, {1, 8, 1, 9}};
   std::vector<ExtentSpec> f3Extents = {{2, 0, 2, 2}, {2, 10, 2, 14}};
@@ -401,7 +401,7 @@ void addExtent(Bpam& pds, int lowCyl, int lowHead, int tracks) {
   pds.extents.add(e);
 }
 
-TEST(ExtentTest, RelativeTracksOnFifteenHeads) {
+TEST(PdsExtentTest, RelativeTracksOnFifteenHeads) {
   TestVolume vol;  // D600: 15 heads
   vol.writeVtoc({});
   Opened o;
@@ -426,7 +426,7 @@ TEST(ExtentTest, RelativeTracksOnFifteenHeads) {
   EXPECT_EQ(0, head);
 }
 
-TEST(ExtentTest, RelativeTracksUseTheRealHeadsOfANineteenHeadDevice) {
+TEST(PdsExtentTest, RelativeTracksUseTheRealHeadsOfANineteenHeadDevice) {
   TestVolume vol(EmulatedCKDfile::D300, 4);
   // The DSCB counts 15 tracks per cylinder: 1/5 .. 2/2 is 13 tracks by its
   // count (the device really has 16 there), 3/0 .. 3/18 is 19.
@@ -454,7 +454,7 @@ TEST(ExtentTest, RelativeTracksUseTheRealHeadsOfANineteenHeadDevice) {
   EXPECT_FALSE(o.pds.tt2cchh(32, cyl, head));
 }
 
-TEST(ExtentTest, NoVolumeFileMeansNoTrack) {
+TEST(PdsExtentTest, NoVolumeFileMeansNoTrack) {
   DskVolume closed;
   Bpam pds(closed);
   addExtent(pds, 1, 0, 15);

@@ -138,7 +138,8 @@ std::string memberFailure(const OpenPds& p, const std::string& dsn, const std::s
       unsigned heads = p.file.tracksPerCylinder;
       if (heads != kDscbTracksPerCylinder) {
         s += "; this device has " + std::to_string(heads) +
-             " heads per cylinder, so extents spanning cylinders are counted short or long";
+             " heads per cylinder, so for extents that span cylinders that count differs from"
+             " the real number of tracks";
       }
       return s;
     }
