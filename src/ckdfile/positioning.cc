@@ -141,8 +141,8 @@ const void* EmulatedCKDfile::searchKey(const void* ref, const unsigned char* key
     const int kl = getRefKL(ref);
     const unsigned char* recordKey = getRefKey(ref);
     if (kl <= 0 || recordKey == nullptr || kl != keyLength) continue;
-    // getRefKey refuses a key that would leave the buffer; the comparison
-    // below relies on that, so say it once more where it matters.
+    // memcmp reads keyLength bytes of the record: they must lie in the
+    // buffer (getRefKey already refuses keys that reach the trailer).
     if (static_cast<size_t>(recordKey - trackBuffer) + static_cast<size_t>(kl) > trackSlotSize) {
       continue;
     }
