@@ -56,6 +56,8 @@ check "too-large message" grep -q "only for device type D600" "$WORK/err"
 check "no file for a refused size" test ! -e "$WORK/y.ckd"
 expect_status 2 "zero cylinders" "$TOOL" create "$WORK/z.ckd" D600 --cylinders 0
 check "no file for zero cylinders" test ! -e "$WORK/z.ckd"
+expect_status 2 "more cylinders than 28 bits hold" "$TOOL" create "$WORK/w.ckd" D600-999999
+check "no file for an unaddressable size" test ! -e "$WORK/w.ckd"
 
 # Interrupted: the unfinished volume is removed. 80 cylinders (68 MB) take
 # long enough that SIGTERM normally lands mid-way; if the volume was

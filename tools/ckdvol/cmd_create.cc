@@ -26,6 +26,9 @@ namespace {
 
 using F = EmulatedCKDfile;
 
+// Cylinder numbers have at most 28 bits on the volume.
+constexpr unsigned long long kMaxCylinders = 0x0FFFFFFF;
+
 // ---- removal of an unfinished volume on a signal ---------------------------------
 //
 // initialize() cannot be stopped from its progress callback, and a large
@@ -195,7 +198,15 @@ int runCreate(const CreateOptions& o) {
   if (o.cylindersGiven && o.cylinders <= 0) {
     return failWith(kExitUsage, "--cylinders needs a count of at least 1");
   }
-  const int request = o.cylindersGiven ? o.cylinders : -(model > 0 ? model : 1);
+  const int multiple = model > 0 ? model : 1;
+  const unsigned long long wanted =
+      o.cylindersGiven ? static_cast<unsigned long long>(o.cylinders)
+                       : static_cast<unsigned long long>(multiple) * F::findDevice(type)->cylinders;
+  if (wanted > kMaxCylinders) {
+    return failWith(kExitUsage, std::to_string(wanted) + " cylinders is more than a volume can address (" +
+                                    std::to_string(kMaxCylinders) + ")");
+  }
+  const int request = o.cylindersGiven ? o.cylinders : -multiple;
 
   F f;
   gCleanupPath = o.path;
