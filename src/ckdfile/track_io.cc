@@ -20,7 +20,11 @@ using namespace ckdvol;
 constexpr unsigned int kNoCyl = 0xFFFFFFFFu;
 constexpr unsigned short kNoHeadOrCell = 0xFFFF;
 
+// An offset beyond the signed file-offset range cannot be positioned at (its
+// cast would be negative, and lseek's failure value -1 would compare equal to
+// the cast of all ones).
 bool positionAt(int fd, unsigned long long offset) {
+  if (offset > static_cast<unsigned long long>(INT64_MAX)) return false;
   return ::lseek(fd, static_cast<off_t>(offset), SEEK_SET) == static_cast<off_t>(offset);
 }
 

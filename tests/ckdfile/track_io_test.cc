@@ -167,6 +167,9 @@ TEST_F(TrackIoTest, RawTransfers) {
   // An offset the system cannot position at.
   EXPECT_EQ(T::kTrackSeek, f.readRawTrack(0x8000000000000000ull, back.data()));
   EXPECT_EQ(T::kTrackSeek, f.writeRawTrack(0x8000000000000000ull, back.data()));
+  // All ones: lseek's own failure value -1 must not pass for a position.
+  EXPECT_EQ(T::kTrackSeek, f.readRawTrack(~0ull, back.data()));
+  EXPECT_EQ(T::kTrackSeek, f.writeRawTrack(~0ull, back.data()));
 }
 
 TEST(TrackIo, NoFileGivesOutOfRange) {
