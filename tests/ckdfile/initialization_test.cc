@@ -362,4 +362,20 @@ TEST_F(Initialize, Failures) {
   EXPECT_EQ(T::kOpenBadHeader, g.open(p.c_str(), true));
 }
 
+TEST_F(Initialize, TrackZeroCannotBeLoaded) {
+  // A caller that breaks the calling order: a changed current track that
+  // fails verification, so the final readTrack cannot write it back.
+  const std::string p = path("dirty.ckd");
+  T f;
+  ASSERT_EQ(0, f.create(p.c_str(), T::D600, 1));
+  std::memset(f.trackBuffer, 0xAB, f.trackSlotSize);
+  f.currentCyl = 0, f.currentHead = 3, f.currentCell = 0;
+  f.trackDirty = 1;
+  f.verifyTracks = 1;
+  EXPECT_EQ(T::kInitLoadTrack, f.initialize(nullptr, nullptr, true));
+  EXPECT_EQ(hex("434B445F58564F4C"), readFileBytes(p, 0, 8));  // stamped before the load
+  EXPECT_EQ(hex("00 0000 0003"), slice(slotOf(p, kSlot, 15, 0, 3), 0, 5));  // not overwritten
+  f.trackDirty = 0;
+}
+
 }  // namespace
