@@ -112,6 +112,32 @@ void deleteAll(DynamicTypedPointerArray<T>& list) {
   }
   list.count = 0;
 }
+// Empties a record list, keeping its strings for reuse: readMember fills
+// the recycled strings first (copying into a string whose buffer is large
+// enough allocates nothing) and deletes the ones it did not need. A string
+// the caller took out of the list (leaving its slot null) is not touched.
+class RecycledStrings {
+ public:
+  explicit RecycledStrings(DynamicTypedPointerArray<RexxString>& list) {
+    for (int i = 0; i < list.capacity; ++i) {
+      if (list.slots[i] != nullptr) spare_.push_back(list.slots[i]);
+    }
+    list.clear();
+  }
+  ~RecycledStrings() {
+    for (size_t i = next_; i < spare_.size(); ++i) delete spare_[i];
+  }
+  RecycledStrings(const RecycledStrings&) = delete;
+  RecycledStrings& operator=(const RecycledStrings&) = delete;
+  RexxString* take(int capacity) {
+    return next_ < spare_.size() ? spare_[next_++] : new RexxString(capacity);
+  }
+
+ private:
+  std::vector<RexxString*> spare_;
+  size_t next_ = 0;
+};
+
 }  // namespace
 
 BasicPartionedAccessMethod::~BasicPartionedAccessMethod() {
@@ -120,8 +146,6 @@ BasicPartionedAccessMethod::~BasicPartionedAccessMethod() {
   deleteAll(records);
   deleteAll(newRecords);
 }
-
-void BasicPartionedAccessMethod::clearRecords() { deleteAll(records); }
 
 // ---- open ----------------------------------------------------------------------
 
@@ -243,7 +267,7 @@ bool BasicPartionedAccessMethod::tt2cchh(int relativeTrack, int& cylinder, int& 
 int BasicPartionedAccessMethod::readMember(const char* name) {
   RexxString upper(name);
   upper.Upper();
-  clearRecords();
+  RecycledStrings spare(records);  // records is empty from here on
   std::memset(memberName, 0, sizeof(memberName));
 
   if (directory.count == 0) {
@@ -289,7 +313,7 @@ int BasicPartionedAccessMethod::readMember(const char* name) {
       return kReadOk;
     }
     for (int offset = 0; offset < length; offset += recordLength) {
-      RexxString* r = new RexxString(recordLength);
+      RexxString* r = spare.take(recordLength);
       r->copy(data + offset, recordLength);
       records.add(r);
     }

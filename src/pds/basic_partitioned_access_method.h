@@ -28,9 +28,10 @@
 //
 // Ownership: the object owns every Extent, DirEnt and RexxString held in its
 // four lists (the lists themselves are made without element ownership):
-// `records` is emptied (and its strings deleted) at every readMember(); all
-// four are released at destruction. A caller that wants to keep a record
-// copies the RexxString.
+// `records` is emptied at every readMember(), its strings being reused for
+// the new records or deleted; all four are released at destruction. A caller
+// that wants to keep a record copies the RexxString, or takes it out of the
+// list by setting its slot to null (it then owns and deletes it).
 //
 // Thread safety: none. One thread per object; the volume handle must stay
 // open, and be used by nobody else, while the object is used. Nothing locks
@@ -171,7 +172,9 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
 
   // Reads member `name` (ASCII, any case; compared upper-cased with the
   // entry names) into `records`, one RexxString of recordLength bytes per
-  // logical record. Empties `records` and zeroes memberName first. Blocks
+  // logical record. Empties `records` (strings of the previous read are
+  // reused or deleted; pointers to them are void) and zeroes memberName
+  // first. Blocks
   // are taken from TT/R on, across tracks, until one whose data length is 0,
   // above blockSize or not a multiple of recordLength. Returns a ReadResult;
   // 0 with `records` empty when the first block is not on its track.
@@ -190,9 +193,6 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
   // already rewritten stay rewritten. Afterwards `records` holds the member's
   // content from before the rewrite; newRecords is never cleared.
   int replaceMember(const char* name);
-
- private:
-  void clearRecords();
 };
 
 #endif  // CKDVOL_PDS_BASIC_PARTITIONED_ACCESS_METHOD_H_

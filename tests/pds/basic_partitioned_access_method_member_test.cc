@@ -62,10 +62,22 @@ TEST(PdsReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
     ASSERT_EQ(80, f.pds.records[i]->length()) << i;
     EXPECT_EQ(ebcdicRecord(textRecord("REC", i), 80), recordBytes(f.pds.records[i])) << i;
   }
-  // Reading another member starts afresh.
+  // Reading another member starts afresh (reusing the strings). A record
+  // taken out of the list and a copy of one stay as they were.
+  RexxString* taken = f.pds.records[3];
+  f.pds.records.set(3, nullptr);
+  RexxString copy(*f.pds.records[4]);
   ASSERT_EQ(Bpam::kReadOk, f.pds.readMember("FIRST"));
-  EXPECT_EQ(5, f.pds.records.count);
+  ASSERT_EQ(5, f.pds.records.count);
   EXPECT_STREQ("FIRST", f.pds.memberName);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(ebcdicRecord(textRecord("F", i), 80), recordBytes(f.pds.records[i]));
+  for (int i = 5; i < f.pds.records.capacity; ++i) ASSERT_EQ(nullptr, f.pds.records.slots[i]) << i;
+  EXPECT_EQ(ebcdicRecord("REC 3", 80), recordBytes(taken));
+  EXPECT_EQ(ebcdicRecord("REC 4", 80), recordBytes(&copy));
+  delete taken;
+  ASSERT_EQ(Bpam::kReadOk, f.pds.readMember("MEMBER1"));
+  ASSERT_EQ(120, f.pds.records.count);
+  EXPECT_EQ(ebcdicRecord("REC 119", 80), recordBytes(f.pds.records[119]));
 }
 
 TEST(PdsReadMemberTest, MissingMembersGiveEnoentAndNoRecords) {
