@@ -15,6 +15,7 @@
 // Counters: lib_us and plain_us per operation, ratio = lib / plain
 // (target: at most 1.5). The volume lives in a scratch directory
 // (CKDVOL_TEST_TMP, TMPDIR or /tmp) and is removed at exit.
+#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -23,8 +24,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <benchmark/benchmark.h>
 
 #include "pds/basic_partitioned_access_method.h"
 #include "support/pds_builder.h"
@@ -100,7 +99,8 @@ bool plainPass(int fd, const std::vector<off_t>& slots, std::vector<unsigned cha
   bool ok = true;
   for (off_t off : slots) {
     ok = ok && ::pread(fd, buf.data(), buf.size(), off) == static_cast<ssize_t>(buf.size());
-    if (write) ok = ok && ::pwrite(fd, buf.data(), buf.size(), off) == static_cast<ssize_t>(buf.size());
+    if (write)
+      ok = ok && ::pwrite(fd, buf.data(), buf.size(), off) == static_cast<ssize_t>(buf.size());
   }
   benchmark::DoNotOptimize(buf[0]);
   return ok;

@@ -172,8 +172,8 @@ int BasicPartionedAccessMethod::openDataset(const char* name) {
   int extentCount = f1->nbrExts & 0xFF;
   for (int i = 0; i < extentCount; ++i) {
     Extent* e = new Extent();
-    e->tracks = f1->getExtent(i, e->lowCyl, e->lowHead, e->highCyl, e->highHead,
-                              e->lowTrackIndex, e->highTrackIndex);
+    e->tracks = f1->getExtent(i, e->lowCyl, e->lowHead, e->highCyl, e->highHead, e->lowTrackIndex,
+                              e->highTrackIndex);
     extents.add(e);
   }
   const Extent* first = extents.get(0);
@@ -183,9 +183,8 @@ int BasicPartionedAccessMethod::openDataset(const char* name) {
   }
 
   EmulatedCKDfile* file = volume.file;
-  if (file == nullptr ||
-      file->readTrack(static_cast<unsigned int>(first->lowCyl),
-                      static_cast<unsigned short>(first->lowHead), 0) != 0) {
+  if (file == nullptr || file->readTrack(static_cast<unsigned int>(first->lowCyl),
+                                         static_cast<unsigned short>(first->lowHead), 0) != 0) {
     errno = EIO;
     return kOpenUnreadable;
   }
@@ -225,8 +224,7 @@ int BasicPartionedAccessMethod::openDataset(const char* name) {
 // ---- addressing ------------------------------------------------------------------
 
 bool BasicPartionedAccessMethod::getExtent(int index, int& lowCyl, int& lowHead, int& highCyl,
-                                           int& highHead, int& lowTrackIndex,
-                                           int& highTrackIndex) {
+                                           int& highHead, int& lowTrackIndex, int& highTrackIndex) {
   lowCyl = lowHead = highCyl = highHead = lowTrackIndex = highTrackIndex = -1;
   if (index < 0 || index >= extents.count) return false;
   const Extent* e = extents.get(index);
@@ -302,14 +300,13 @@ int BasicPartionedAccessMethod::readMember(const char* name) {
     errno = EIO;
     return kReadUnreadable;
   }
-  const void* ref = file->searchRecord(nullptr, static_cast<unsigned int>(cyl),
-                                       static_cast<unsigned short>(head),
-                                       static_cast<unsigned char>(memberRecord));
+  const void* ref =
+      file->searchRecord(nullptr, static_cast<unsigned int>(cyl), static_cast<unsigned short>(head),
+                         static_cast<unsigned char>(memberRecord));
   while (ref != nullptr) {
     const unsigned char* data;
     int length;
-    if (!recordData(*file, ref, data, length) || length > blockSize ||
-        length % recordLength != 0) {
+    if (!recordData(*file, ref, data, length) || length > blockSize || length % recordLength != 0) {
       return kReadOk;
     }
     for (int offset = 0; offset < length; offset += recordLength) {
@@ -349,9 +346,9 @@ int BasicPartionedAccessMethod::replaceMember(const char* name) {
     errno = EIO;
     return kReplaceUnreadable;
   }
-  const void* ref = file->searchRecord(nullptr, static_cast<unsigned int>(cyl),
-                                       static_cast<unsigned short>(head),
-                                       static_cast<unsigned char>(memberRecord));
+  const void* ref =
+      file->searchRecord(nullptr, static_cast<unsigned int>(cyl), static_cast<unsigned short>(head),
+                         static_cast<unsigned char>(memberRecord));
   int j = 0;
   while (ref != nullptr) {
     int length = file->getRefDL(ref);

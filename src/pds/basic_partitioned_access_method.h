@@ -50,14 +50,14 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
  public:
   // ---- on-disk layout of the directory ------------------------------------
   enum DirectoryLayout {
-    kDirBlockSize = 256,      // data length of every directory block
-    kDirUsedSize = 2,         // the bytes-used halfword at block offset 0
-    kDirNameSize = 8,         // member name, EBCDIC, blank padded
-    kDirTrackOffset = 8,      // TT, u16 big-endian
-    kDirRecordOffset = 10,    // R
-    kDirIndicatorOffset = 11, // indicator byte
-    kDirUserDataOffset = 12,  // user data
-    kDirEntryFixedSize = 12,  // entry length without user data
+    kDirBlockSize = 256,          // data length of every directory block
+    kDirUsedSize = 2,             // the bytes-used halfword at block offset 0
+    kDirNameSize = 8,             // member name, EBCDIC, blank padded
+    kDirTrackOffset = 8,          // TT, u16 big-endian
+    kDirRecordOffset = 10,        // R
+    kDirIndicatorOffset = 11,     // indicator byte
+    kDirUserDataOffset = 12,      // user data
+    kDirEntryFixedSize = 12,      // entry length without user data
     kDirUserHalfwordMask = 0x1F,  // indicator bits counting user halfwords
     kDirMaxUserData = 62          // 2 x 31
   };
@@ -80,7 +80,7 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
     kReadUndefinedLength = -8  // EINVAL: recordLength is 0 (or unset); cannot deblock
   };
   enum SetRecordResult {
-    kSetOk = 0,      // added, or nothing added for length 0
+    kSetOk = 0,         // added, or nothing added for length 0
     kSetBadLength = -1  // length negative or above recordLength, or data null; errno unchanged
   };
   enum ReplaceResult {
@@ -110,10 +110,10 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
   // One directory entry in memory.
   class CKDVOL_EXPORT DirEnt {
    public:
-    char name[12];             // ASCII, trailing blanks removed, NUL padded
-    uint16_t track;            // TT in host order
-    uint8_t record;            // R
-    uint8_t indicators;        // indicator byte as stored
+    char name[12];                            // ASCII, trailing blanks removed, NUL padded
+    uint16_t track;                           // TT in host order
+    uint8_t record;                           // R
+    uint8_t indicators;                       // indicator byte as stored
     unsigned char userData[kDirMaxUserData];  // as stored; zero past 2 x (indicators & 1F)
 
     // Builds the entry from its on-disk bytes. Precondition: the
@@ -124,18 +124,18 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
   };
 
   // ---- data members, in this order ----------------------------------------
-  DskVolume& volume;                        // open volume handle; file and VTOC taken at each call
-  RexxString datasetName;                   // name given to openDataset, unchanged
-  DynamicTypedPointerArray<Extent> extents;     // extents in extent order; owned (see above)
-  DynamicTypedPointerArray<DirEnt> directory;   // entries in directory order; owned
+  DskVolume& volume;                         // open volume handle; file and VTOC taken at each call
+  RexxString datasetName;                    // name given to openDataset, unchanged
+  DynamicTypedPointerArray<Extent> extents;  // extents in extent order; owned (see above)
+  DynamicTypedPointerArray<DirEnt> directory;       // entries in directory order; owned
   DynamicTypedPointerArray<RexxString> records;     // records of the member last read; owned
   DynamicTypedPointerArray<RexxString> newRecords;  // replacement records in call order; owned
-  int blockSize;                            // BLKSIZE (0..65535); -1 until openDataset
-  int recordLength;                         // LRECL (0..65535); -1 until openDataset
-  int memberTrack;                          // TT of the member last read
-  uint16_t memberRecord;                    // R of that member's first block
-  uint16_t recordFormat;                    // RECFM byte; 0xFFFF until openDataset
-  char memberName[12];                      // upper-cased name of the member last read; NUL padded
+  int blockSize;                                    // BLKSIZE (0..65535); -1 until openDataset
+  int recordLength;                                 // LRECL (0..65535); -1 until openDataset
+  int memberTrack;                                  // TT of the member last read
+  uint16_t memberRecord;                            // R of that member's first block
+  uint16_t recordFormat;                            // RECFM byte; 0xFFFF until openDataset
+  char memberName[12];  // upper-cased name of the member last read; NUL padded
 
   // Remembers `volume`; empty lists, attributes unset, memberName all zero.
   explicit BasicPartionedAccessMethod(DskVolume& volume);

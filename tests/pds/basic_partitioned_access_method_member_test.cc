@@ -1,13 +1,13 @@
 // Reading members into records, collecting replacement records, and
 // rewriting members in place (checked by rereading the volume file).
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "pds/basic_partitioned_access_method.h"
 #include "support/pds_builder.h"
@@ -20,7 +20,8 @@ namespace {
 using Bpam = BasicPartionedAccessMethod;
 
 std::string recordBytes(const RexxString* r) {
-  return r == nullptr ? std::string("(null)") : std::string(r->text(), static_cast<size_t>(r->length()));
+  return r == nullptr ? std::string("(null)")
+                      : std::string(r->text(), static_cast<size_t>(r->length()));
 }
 std::string ebcdicRecord(const std::string& text, int lrecl) {
   Bytes b = ebcdicPadded(text, static_cast<size_t>(lrecl));
@@ -49,8 +50,8 @@ struct PdsFixture {
 };
 
 TEST(PdsReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
-  PdsFixture f({{"FIRST", textBlocks("F", 5, 80, 40), {}},
-                {"MEMBER1", textBlocks("REC", 120, 80, 40), {}}});
+  PdsFixture f(
+      {{"FIRST", textBlocks("F", 5, 80, 40), {}}, {"MEMBER1", textBlocks("REC", 120, 80, 40), {}}});
   errno = 0;
   ASSERT_EQ(Bpam::kReadOk, f.pds.readMember("member1"));
   EXPECT_STREQ("MEMBER1", f.pds.memberName);
@@ -70,7 +71,8 @@ TEST(PdsReadMemberTest, ThreeBlocksOf3200GiveTheRecordsInOrderAcrossTracks) {
   ASSERT_EQ(Bpam::kReadOk, f.pds.readMember("FIRST"));
   ASSERT_EQ(5, f.pds.records.count);
   EXPECT_STREQ("FIRST", f.pds.memberName);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(ebcdicRecord(textRecord("F", i), 80), recordBytes(f.pds.records[i]));
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(ebcdicRecord(textRecord("F", i), 80), recordBytes(f.pds.records[i]));
   for (int i = 5; i < f.pds.records.capacity; ++i) ASSERT_EQ(nullptr, f.pds.records.slots[i]) << i;
   EXPECT_EQ(ebcdicRecord("REC 3", 80), recordBytes(taken));
   EXPECT_EQ(ebcdicRecord("REC 4", 80), recordBytes(&copy));
@@ -121,8 +123,9 @@ TEST(PdsReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   // GHOST says TT 1 R 9; track 1/1 holds records 1 and 2 only.
-  vol.setRecords(1, 0, {directoryRecord(1, {}, directoryBlock({dirEntry("GHOST", 1, 9), endEntry()})),
-                        eofRecord(2)});
+  vol.setRecords(1, 0,
+                 {directoryRecord(1, {}, directoryBlock({dirEntry("GHOST", 1, 9), endEntry()})),
+                  eofRecord(2)});
   vol.setRecords(1, 1, {dataRecord(1, textBlocks("X", 2, 80, 2)[0]), eofRecord(2)});
   Bytes before = fileBytes(vol.path());
   DskVolume dsk;
@@ -143,10 +146,11 @@ TEST(PdsReadMemberTest, TracksOutsideTheExtentsOrTheVolumeGiveEio) {
   // Extent 2 lies beyond the volume's 3 cylinders.
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}, {50, 0, 50, 14}});
   vol.writeVtoc({format1Dscb(ds)});
-  vol.setRecords(1, 0, {directoryRecord(1, {}, directoryBlock({dirEntry("BEYOND", 30, 1),
-                                                               dirEntry("OFFVOL", 15, 1),
-                                                               endEntry()})),
-                        eofRecord(2)});
+  vol.setRecords(1, 0,
+                 {directoryRecord(1, {},
+                                  directoryBlock({dirEntry("BEYOND", 30, 1),
+                                                  dirEntry("OFFVOL", 15, 1), endEntry()})),
+                  eofRecord(2)});
   DskVolume dsk;
   ASSERT_EQ(0, dsk.open(&vol.file()));
   Bpam pds(dsk);
@@ -254,8 +258,10 @@ TEST(PdsReplaceMemberTest, ShortRecordsArePaddedWithBlanksAndBlocksKeepTheirLeng
   int j = 0;
   for (int b = 0; b < 4; ++b) {
     for (size_t off = 0; off < blocks[b].size(); off += 80, ++j) {
-      std::string got(blocks[b].begin() + static_cast<long>(off), blocks[b].begin() + static_cast<long>(off) + 80);
-      std::string want = texts[static_cast<size_t>(j)] + std::string(70, '\x40');  // raw bytes, blanks are 40
+      std::string got(blocks[b].begin() + static_cast<long>(off),
+                      blocks[b].begin() + static_cast<long>(off) + 80);
+      std::string want =
+          texts[static_cast<size_t>(j)] + std::string(70, '\x40');  // raw bytes, blanks are 40
       ASSERT_EQ(want, got) << "record " << j;
     }
   }

@@ -1,11 +1,11 @@
 // Opening a partitioned data set: directory entries from hand-written bytes,
 // the directory walk, open failures, extents and relative-track addressing.
+#include <gtest/gtest.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "pds/basic_partitioned_access_method.h"
 #include "support/pds_builder.h"
@@ -20,13 +20,13 @@ using Bpam = BasicPartionedAccessMethod;
 // ---- directory entries from bytes, no volume ----------------------------------
 
 TEST(PdsDirEntTest, DecodesEveryFieldOfAHandWrittenEntry) {
-  const unsigned char entry[] = {
-      0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40,  // name "AB" + 6 blanks
-      0x01, 0x02,                                      // TT 0x0102
-      0x07,                                            // R 7
-      0x02,                                            // indicator: 2 halfwords
-      0xDE, 0xAD, 0xBE, 0xEF,                          // user data
-      0x99, 0x99};                                     // the next entry's bytes
+  const unsigned char entry[] = {0xC1, 0xC2, 0x40, 0x40,
+                                 0x40, 0x40, 0x40, 0x40,  // name "AB" + 6 blanks
+                                 0x01, 0x02,              // TT 0x0102
+                                 0x07,                    // R 7
+                                 0x02,                    // indicator: 2 halfwords
+                                 0xDE, 0xAD, 0xBE, 0xEF,  // user data
+                                 0x99, 0x99};             // the next entry's bytes
   Bpam::DirEnt e(entry);
   EXPECT_STREQ("AB", e.name);
   for (int i = 2; i < 12; ++i) EXPECT_EQ('\0', e.name[i]) << i;
@@ -51,8 +51,8 @@ TEST(PdsDirEntTest, NamesKeepInnerBlanksAndLoseTrailingOnes) {
 }
 
 TEST(PdsDirEntTest, IndicatorTopBitsDoNotCountTowardsTheLength) {
-  unsigned char entry[74] = {0xC1, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0, 1, 2,
-                             0x8F};  // top bit set, 15 halfwords
+  unsigned char entry[74] = {0xC1, 0x40, 0x40, 0x40, 0x40, 0x40,
+                             0x40, 0x40, 0,    1,    2,    0x8F};  // top bit set, 15 halfwords
   for (int i = 0; i < 62; ++i) entry[12 + i] = static_cast<unsigned char>(i + 1);
   Bpam::DirEnt e(entry);
   EXPECT_EQ(0x8F, e.indicators);
@@ -115,9 +115,12 @@ TEST(PdsOpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
   struct Case {
     const char* name;
     int result;
-  } cases[] = {{nullptr, Bpam::kOpenNoName},   {"", Bpam::kOpenNoName},
-               {"TEST.NONE", Bpam::kOpenNotFound}, {"test.pds", Bpam::kOpenNotFound},
-               {"TEST.SEQ", Bpam::kOpenNotPartitioned}, {"TEST.ODD", Bpam::kOpenNotPartitioned}};
+  } cases[] = {{nullptr, Bpam::kOpenNoName},
+               {"", Bpam::kOpenNoName},
+               {"TEST.NONE", Bpam::kOpenNotFound},
+               {"test.pds", Bpam::kOpenNotFound},
+               {"TEST.SEQ", Bpam::kOpenNotPartitioned},
+               {"TEST.ODD", Bpam::kOpenNotPartitioned}};
   for (const Case& c : cases) {
     errno = 0;
     EXPECT_EQ(c.result, o.pds.openDataset(c.name)) << (c.name ? c.name : "(null)");
@@ -150,8 +153,8 @@ TEST(PdsOpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
 
 TEST(PdsOpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
   TestVolume vol;
-  DataSetSpec none = pdsDataSet("NO.EXTENT", 80, 3120, {});  // NbrExts 0
-  DataSetSpec far = pdsDataSet("FAR.AWAY", 80, 3120, {{50, 0, 50, 14}});  // beyond 3 cylinders
+  DataSetSpec none = pdsDataSet("NO.EXTENT", 80, 3120, {});                  // NbrExts 0
+  DataSetSpec far = pdsDataSet("FAR.AWAY", 80, 3120, {{50, 0, 50, 14}});     // beyond 3 cylinders
   DataSetSpec empty = pdsDataSet("EMPTY.TRACK", 80, 3120, {{2, 0, 2, 14}});  // no record 1
   vol.writeVtoc({format1Dscb(none), format1Dscb(far), format1Dscb(empty)});
   vol.setRecords(2, 0, {});  // only record zero (initialisation filled the track)
@@ -218,13 +221,12 @@ TEST(PdsDirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
-  Bytes block = {
-      0x00, 0x44,                                     // bytes used: 2 + 42 + 12 + 12 = 68
-      0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, // "AB"
-      0x00, 0x03, 0x05, 0x8F};                        // TT 3, R 5, indicator 8F
+  Bytes block = {0x00, 0x44,  // bytes used: 2 + 42 + 12 + 12 = 68
+                 0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40,  // "AB"
+                 0x00, 0x03, 0x05, 0x8F};                         // TT 3, R 5, indicator 8F
   for (int i = 1; i <= 30; ++i) block.push_back(static_cast<unsigned char>(i));  // user data
-  Bytes second = {0xC3, 0x40, 0xC4, 0x40, 0x40, 0x40, 0x40, 0x40,  // "C D"
-                  0x00, 0x04, 0x01, 0x00};                         // TT 4, R 1, no user data
+  Bytes second = {0xC3, 0x40, 0xC4, 0x40, 0x40, 0x40, 0x40, 0x40,                // "C D"
+                  0x00, 0x04, 0x01, 0x00};  // TT 4, R 1, no user data
   block.insert(block.end(), second.begin(), second.end());
   Bytes end = endEntry();
   block.insert(block.end(), end.begin(), end.end());
@@ -245,8 +247,8 @@ TEST(PdsDirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
   TestVolume vol;
   DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
-  Bytes first = directoryBlock({dirEntry("A", 1, 1), dirEntry("B", 1, 2), dirEntry("C", 1, 3),
-                                endEntry()});
+  Bytes first =
+      directoryBlock({dirEntry("A", 1, 1), dirEntry("B", 1, 2), dirEntry("C", 1, 3), endEntry()});
   std::vector<Record> track = {directoryRecord(1, Bytes(8, 0xFF), first)};
   for (uint8_t r = 2; r <= 6; ++r) track.push_back(directoryRecord(r, {}, directoryBlock({}, 2)));
   track.push_back(eofRecord(7));
@@ -287,9 +289,8 @@ TEST(PdsDirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
   // Block 2: bytes used 256; three 74-byte entries reach byte 224; a fourth
   // entry claiming 31 halfwords of user data would run to byte 298.
   Bytes big(62, 0x5A);
-  Bytes runs = directoryBlock({dirEntry("L1", 1, 1, big), dirEntry("L2", 1, 1, big),
-                               dirEntry("L3", 1, 1, big)},
-                              256);
+  Bytes runs = directoryBlock(
+      {dirEntry("L1", 1, 1, big), dirEntry("L2", 1, 1, big), dirEntry("L3", 1, 1, big)}, 256);
   Bytes over = dirEntry("OVER", 1, 1);
   over[11] = 0x1F;
   std::copy(over.begin(), over.end(), runs.begin() + 224);
@@ -304,9 +305,10 @@ TEST(PdsDirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
   Bytes tail = directoryBlock(fill, 256);
   Bytes name8 = ebcdicPadded("TAIL", 8);
   std::copy(name8.begin(), name8.end(), tail.begin() + 246);  // name fits, TT/R/indicator do not
-  vol.setRecords(1, 0, {directoryRecord(1, {}, huge), directoryRecord(2, {}, runs),
-                        directoryRecord(3, {}, zero), directoryRecord(4, {}, one),
-                        directoryRecord(5, {}, tail), eofRecord(6)});
+  vol.setRecords(
+      1, 0,
+      {directoryRecord(1, {}, huge), directoryRecord(2, {}, runs), directoryRecord(3, {}, zero),
+       directoryRecord(4, {}, one), directoryRecord(5, {}, tail), eofRecord(6)});
   Opened o;
   ASSERT_EQ(0, openOn(vol, o, "TEST.PDS"));
   ASSERT_EQ(21 + 3 + 4, o.pds.directory.count);
@@ -375,7 +377,8 @@ TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
 
   struct Case {
     int track, cyl, head;
-  } cases[] = {{0, 1, 0}, {1, 1, 1}, {2, 1, 5}, {3, 1, 8}, {5, 2, 0}, {7, 2, 2}, {8, 2, 10}, {12, 2, 14}};
+  } cases[] = {{0, 1, 0}, {1, 1, 1}, {2, 1, 5},  {3, 1, 8},
+               {5, 2, 0}, {7, 2, 2}, {8, 2, 10}, {12, 2, 14}};
   for (const Case& c : cases) {
     int cyl = -9, head = -9;
     ASSERT_TRUE(o.pds.tt2cchh(c.track, cyl, head)) << c.track;
@@ -406,11 +409,12 @@ TEST(PdsExtentTest, RelativeTracksOnFifteenHeads) {
   vol.writeVtoc({});
   Opened o;
   ASSERT_EQ(0, o.dsk.open(&vol.file()));
-  addExtent(o.pds, 5, 0, 10);  // 5/0 .. 5/9
-  addExtent(o.pds, 20, 3, 30); // 20/3 .. 22/2
+  addExtent(o.pds, 5, 0, 10);   // 5/0 .. 5/9
+  addExtent(o.pds, 20, 3, 30);  // 20/3 .. 22/2
   struct Case {
     int track, cyl, head;
-  } cases[] = {{0, 5, 0}, {9, 5, 9}, {10, 20, 3}, {21, 20, 14}, {22, 21, 0}, {25, 21, 3}, {39, 22, 2}};
+  } cases[] = {{0, 5, 0},   {9, 5, 9},   {10, 20, 3}, {21, 20, 14},
+               {22, 21, 0}, {25, 21, 3}, {39, 22, 2}};
   for (const Case& c : cases) {
     int cyl = -9, head = -9;
     ASSERT_TRUE(o.pds.tt2cchh(c.track, cyl, head)) << c.track;
@@ -442,8 +446,10 @@ TEST(PdsExtentTest, RelativeTracksUseTheRealHeadsOfANineteenHeadDevice) {
   EXPECT_EQ(13, o.pds.extents[0]->tracks);
   struct Case {
     int track, cyl, head;
-  } cases[] = {{0, 1, 5},  {12, 1, 17},  // 15 heads would give 2/2
-               {13, 3, 0}, {31, 3, 18}}; // 15 heads would give 4/3
+  } cases[] = {{0, 1, 5},
+               {12, 1, 17},  // 15 heads would give 2/2
+               {13, 3, 0},
+               {31, 3, 18}};  // 15 heads would give 4/3
   for (const Case& c : cases) {
     int cyl = -9, head = -9;
     ASSERT_TRUE(o.pds.tt2cchh(c.track, cyl, head)) << c.track;

@@ -162,7 +162,8 @@ PdsPlacement writePds(TestVolume& vol, const std::vector<ExtentSpec>& extents,
   // Directory: entries in member order, then the end entry, packed into blocks.
   std::vector<Bytes> entries;
   for (size_t i = 0; i < members.size(); ++i) {
-    uint16_t tt = members[i].entryTT >= 0 ? static_cast<uint16_t>(members[i].entryTT) : out.memberTT[i];
+    uint16_t tt =
+        members[i].entryTT >= 0 ? static_cast<uint16_t>(members[i].entryTT) : out.memberTT[i];
     entries.push_back(dirEntry(members[i].name, tt, out.memberR[i], members[i].userData,
                                members[i].indicatorFlags));
   }
@@ -171,17 +172,19 @@ PdsPlacement writePds(TestVolume& vol, const std::vector<ExtentSpec>& extents,
   for (size_t b = 0; b < dirIndex.size(); ++b) {
     std::vector<Bytes> inBlock;
     size_t bytes = kFirstEntry;
-    while (next < entries.size() && bytes + entries[next].size() <= static_cast<size_t>(kBlockSize)) {
+    while (next < entries.size() &&
+           bytes + entries[next].size() <= static_cast<size_t>(kBlockSize)) {
       bytes += entries[next].size();
       inBlock.push_back(entries[next++]);
     }
-    Bytes key = inBlock.empty() ? Bytes(kKeySize, 0) : Bytes(inBlock.back().begin(), inBlock.back().begin() + kKeySize);
+    Bytes key = inBlock.empty() ? Bytes(kKeySize, 0)
+                                : Bytes(inBlock.back().begin(), inBlock.back().begin() + kKeySize);
     Record& r = plan[dirIndex[b]].record;
     r.key = key;
     r.data = inBlock.empty() ? directoryBlock({}, kFirstEntry) : directoryBlock(inBlock);
   }
-  require(next == entries.size(), "the directory needs more than " +
-                                      std::to_string(options.directoryBlocks) + " blocks");
+  require(next == entries.size(),
+          "the directory needs more than " + std::to_string(options.directoryBlocks) + " blocks");
 
   // Write track by track.
   size_t i = 0;

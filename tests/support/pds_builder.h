@@ -22,12 +22,12 @@
 namespace ckdvol_test {
 
 namespace pds_layout {
-constexpr int kBlockSize = 256;   // directory block data length
-constexpr int kKeySize = 8;       // directory block key
-constexpr int kUsed = 0;          // u16 BE bytes used
+constexpr int kBlockSize = 256;  // directory block data length
+constexpr int kKeySize = 8;      // directory block key
+constexpr int kUsed = 0;         // u16 BE bytes used
 constexpr int kFirstEntry = 2;
-constexpr int kName = 0;          // 8 bytes
-constexpr int kTT = 8;            // u16 BE
+constexpr int kName = 0;  // 8 bytes
+constexpr int kTT = 8;    // u16 BE
 constexpr int kR = 10;
 constexpr int kIndicator = 11;
 constexpr int kUserData = 12;
@@ -58,9 +58,9 @@ DataSetSpec pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize
 struct PdsMember {
   std::string name;
   std::vector<Bytes> blocks;
-  Bytes userData;  // even length, at most 62
+  Bytes userData;              // even length, at most 62
   uint8_t indicatorFlags = 0;  // ORed into the indicator byte (bits 80, 40, 20)
-  int entryTT = -1;  // >= 0: the directory entry names this TT instead (a damaged entry)
+  int entryTT = -1;            // >= 0: the directory entry names this TT instead (a damaged entry)
 };
 
 // `count` logical records of `lrecl` bytes, record i filled with text

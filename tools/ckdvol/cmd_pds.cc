@@ -10,6 +10,9 @@
 // records, so `replace` checks the input against the member first and
 // changes nothing when it does not fit. Only `replace` opens the volume for
 // writing.
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -19,10 +22,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <sys/stat.h>
-
-#include <CLI/CLI.hpp>
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "command.h"
@@ -151,10 +150,11 @@ std::string memberFailure(const OpenPds& p, const std::string& dsn, const std::s
              hex(pds.recordFormat & 0xFF, 2) + ", LRECL " + std::to_string(pds.recordLength) +
              "); its members cannot be cut into records";
     case Bpam::kReplaceCountMismatch:
-      return "member " + member + " has " + std::to_string(pds.records.count) +
-             " records but " + std::to_string(pds.newRecords.count) + " were given; nothing changed";
+      return "member " + member + " has " + std::to_string(pds.records.count) + " records but " +
+             std::to_string(pds.newRecords.count) + " were given; nothing changed";
     case Bpam::kReplaceBlockWrite:
-      return "a block of member " + member + " could not be rewritten (the blocks before it are changed)";
+      return "a block of member " + member +
+             " could not be rewritten (the blocks before it are changed)";
     case Bpam::kReplaceTrackWrite:
       return "the last track of member " + member + " could not be written back";
     default:
@@ -257,8 +257,9 @@ int runReplace(const std::string& path, const std::string& dsn, const std::strin
       if (!line.empty() && line.back() == '\r') line.pop_back();
       if (line.size() > static_cast<size_t>(lrecl)) {
         return fail(path, "line " + std::to_string(lines.size() + 1) + " of " + source + " has " +
-                              std::to_string(line.size()) + " characters, more than the record length " +
-                              std::to_string(lrecl) + "; member " + member + " not changed");
+                              std::to_string(line.size()) +
+                              " characters, more than the record length " + std::to_string(lrecl) +
+                              "; member " + member + " not changed");
       }
       kText.copyA2E(&line[0], line.data(), static_cast<unsigned>(line.size()));
       line.resize(static_cast<size_t>(lrecl), static_cast<char>(kEbcdicBlank));
@@ -281,7 +282,8 @@ int runReplace(const std::string& path, const std::string& dsn, const std::strin
   }
   rc = pds.replaceMember(member.c_str());
   if (rc != Bpam::kReplaceOk) return fail(path, memberFailure(*p, dsn, member, rc));
-  if (p->file.close() != 0) return fail(path, "closing the volume failed; the member may be incomplete");
+  if (p->file.close() != 0)
+    return fail(path, "closing the volume failed; the member may be incomplete");
   return kExitOk;
 }
 
@@ -335,12 +337,14 @@ const CommandRegistration kRegistration(Command{
       };
       auto a = std::make_shared<Args>();
       app.require_subcommand(1);
-      CLI::App* list = app.add_subcommand("list", "List the directory: member, TTR, user-data bytes");
+      CLI::App* list =
+          app.add_subcommand("list", "List the directory: member, TTR, user-data bytes");
       list->add_option("FILE", a->file, "Volume file")->required();
       list->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
 
       CLI::App* read = app.add_subcommand(
-          "read", "Write a member's records as text lines (trailing blanks trimmed), or raw EBCDIC");
+          "read",
+          "Write a member's records as text lines (trailing blanks trimmed), or raw EBCDIC");
       read->add_option("FILE", a->file, "Volume file")->required();
       read->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
       read->add_option("MEMBER", a->member, "Member name (any case)")->required();
