@@ -1,0 +1,370 @@
+// fuzz_seeds <directory>: writes the seed corpora of the fuzz targets, one
+// subdirectory per target (open, track_walk, vtoc, pds), from volumes that the
+// library makes: created and initialised volumes, versioned tracks, VTOCs with
+// DSCB chains written through the volume builder, and partitioned data sets
+// laid out by the data set builder. Each seed is in its target's input format
+// (see the comment at the top of each <target>_fuzzer.cc).
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "ckdfile/volume_format.h"
+#include "common/byte_order.h"
+#include "support/pds_builder.h"
+#include "support/volume_builder.h"
+
+namespace {
+
+using namespace ckdvol_test;
+
+std::string outDir;
+int written = 0;
+
+void writeSeed(const std::string& target, const std::string& name, const Bytes& bytes) {
+  const std::string dir = outDir + "/" + target;
+  ::mkdir(dir.c_str(), 0755);
+  std::ofstream out(dir + "/" + name, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  if (!out) throw std::runtime_error("cannot write seed " + dir + "/" + name);
+  ++written;
+}
+
+Bytes concat(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// The slot image of track `index` (file order) of a volume file's bytes.
+Bytes slotOf(const Bytes& file, size_t slot, size_t index) {
+  const size_t at = ckdvol::kHeaderSize + index * slot;
+  if (at + slot > file.size()) throw std::runtime_error("no such slot");
+  return Bytes(file.begin() + static_cast<long>(at), file.begin() + static_cast<long>(at + slot));
+}
+
+// ---- open: control, slot count, delta, then the file --------------------------
+
+Bytes openSeed(uint8_t control, const Bytes& file, uint16_t slots = 0, int8_t delta = 0) {
+  Bytes s = {control, static_cast<uint8_t>(slots >> 8), static_cast<uint8_t>(slots),
+             static_cast<uint8_t>(delta)};
+  return concat(s, file);
+}
+
+void openSeeds() {
+  {
+    TestVolume vol(EmulatedCKDfile::D130, 1);
+    vol.close();
+    Bytes file = fileBytes(vol.path());
+    writeSeed("open", "d130-1cyl-ro", openSeed(0, file));
+    writeSeed("open", "d130-1cyl-rw-verify", openSeed(3, file));
+    // Level 0 (older file): cylinders come from the size, rewritten read-write.
+    Bytes level0 = file;
+    level0[ckdvol::kHdrFormatLevel] = 0;
+    writeSeed("open", "d130-level0", openSeed(1, level0));
+    // Header and two tracks, the rest of a 200-cylinder volume a hole.
+    Bytes head(file.begin(), file.begin() + ckdvol::kHeaderSize + 2 * 4096);
+    ckdvol::storeLe32(head.data() + ckdvol::kHdrCylinders, 200);
+    writeSeed("open", "d130-200cyl-sparse", openSeed(4, head, 2000, 0));
+  }
+  {
+    TestVolume vol(EmulatedCKDfile::D100, 1);
+    vol.close();
+    writeSeed("open", "d100-1cyl", openSeed(1, fileBytes(vol.path())));
+  }
+  {
+    TestVolume vol(EmulatedCKDfile::D160, 1);
+    vol.close();
+    Bytes file = fileBytes(vol.path());
+    writeSeed("open", "d160-1cyl", openSeed(2, file));
+    // One cylinder more in the header than in the file.
+    ckdvol::storeLe32(file.data() + ckdvol::kHdrCylinders, 2);
+    writeSeed("open", "d160-corrected", openSeed(0, file));
+  }
+  {
+    // A versioned volume: version 1 in effect, two tracks changed, so two
+    // saved copies follow the last slot; then a pending version 2.
+    TestVolume vol(EmulatedCKDfile::D130, 1);
+    EmulatedCKDfile& f = vol.file();
+    if (f.enableVersion() != 0) throw std::runtime_error("enableVersion");
+    vol.reopen(false);
+    vol.appendRecords(0, 2, {dataRecord(1, Bytes(100, 0xC1))});
+    vol.appendRecords(0, 3, {dataRecord(1, Bytes(200, 0xC2))});
+    vol.close();
+    writeSeed("open", "d130-versioned", openSeed(1, fileBytes(vol.path())));
+    vol.reopen(false);
+    if (f.enableVersion() != 0) throw std::runtime_error("enableVersion 2");
+    vol.close();
+    writeSeed("open", "d130-version-pending", openSeed(0, fileBytes(vol.path())));
+  }
+  {
+    // A created, not initialised file (magic CKD_INIT, header only).
+    ScopedTempDir dir;
+    EmulatedCKDfile f;
+    const std::string path = dir.file("init.ckd");
+    if (f.create(path.c_str(), EmulatedCKDfile::D200, 5) != 0) throw std::runtime_error("create");
+    f.close();
+    writeSeed("open", "d200-created", openSeed(4, fileBytes(path), 100, 0));
+  }
+}
+
+// ---- track_walk: device, flags, cylinders, address, record, image ---------------
+
+Bytes walkSeed(uint8_t device, uint8_t flags, uint8_t cylinders, uint32_t cyl, uint16_t head,
+               uint16_t cell, uint8_t rec, const Bytes& image) {
+  Bytes s(12);
+  s[0] = device;
+  s[1] = flags;
+  s[2] = cylinders;
+  ckdvol::storeBe32(&s[3], cyl);
+  ckdvol::storeBe16(&s[7], head);
+  ckdvol::storeBe16(&s[9], cell);
+  s[11] = rec;
+  return concat(s, image);
+}
+
+void trackWalkSeeds() {
+  // D130 (device 1): the label track, the VTOC track, a data track with keyed
+  // records, a PDS directory track.
+  TestVolume vol(EmulatedCKDfile::D130, 3);
+  DataSetSpec ds = pdsDataSet("SEED.PDS", 80, 800, {{1, 0, 1, 9}});
+  vol.writeVtoc({format1Dscb(ds), format5Dscb({{20, 1, 0}}), emptyDscb()});
+  PdsMember a{"ALPHA", textBlocks("ALPHA", 25, 80, 10), Bytes(4, 0x11)};
+  PdsMember b{"BETA", textBlocks("BETA", 3, 80, 10), {}};
+  writePds(vol, {{1, 0, 1, 9}}, {a, b});
+  vol.appendRecords(0, 5, {keyedRecord(1, ebcdic("ABCD"), Bytes(40, 0xF1)),
+                           keyedRecord(2, ebcdic("ABCC"), Bytes(10, 0xF2)),
+                           keyedRecord(3, ebcdic("ABCDE"), Bytes(10, 0xF3)), eofRecord(4)});
+  vol.close();
+  const Bytes file = fileBytes(vol.path());
+  writeSeed("track_walk", "d130-label", walkSeed(1, 0, 3, 0, 0, 0, 3, slotOf(file, 4096, 0)));
+  writeSeed("track_walk", "d130-vtoc", walkSeed(1, 6, 3, 0, 1, 0, 1, slotOf(file, 4096, 1)));
+  writeSeed("track_walk", "d130-keyed", walkSeed(1, 4, 3, 0, 5, 0, 2, slotOf(file, 4096, 5)));
+  writeSeed("track_walk", "d130-pds-dir", walkSeed(1, 0, 3, 1, 0, 0, 1, slotOf(file, 4096, 10)));
+  writeSeed("track_walk", "d130-pds-member", walkSeed(1, 4, 3, 1, 0, 0, 4, slotOf(file, 4096, 10)));
+  // A wrong current address (code 2 on verification).
+  writeSeed("track_walk", "d130-wrong-head", walkSeed(1, 4, 3, 0, 2, 0, 1, slotOf(file, 4096, 1)));
+
+  // A versioned pair in the scratch file: the track 0/5 lies at slot 0 of it
+  // and its saved copy at slot 1 (file offset 512 + 4096); the copy links
+  // back to the track's own slot offset, 512 + 5 x 4096.
+  Bytes home = slotOf(file, 4096, 5);
+  Bytes copy = slotOf(file, 4096, 5);
+  unsigned char* ht = home.data() + 4096 - ckdvol::kTrailerSize;
+  unsigned char* ct = copy.data() + 4096 - ckdvol::kTrailerSize;
+  std::memcpy(ht, ckdvol::kVersionMarker, 4);
+  std::memcpy(ct, ckdvol::kVersionMarker, 4);
+  ckdvol::storeBe16(ht + ckdvol::kTrlVersion, 1);
+  ckdvol::storeBe64(ht + ckdvol::kTrlLink, ckdvol::kHeaderSize + 4096);
+  ckdvol::storeBe64(ct + ckdvol::kTrlLink, ckdvol::kHeaderSize + 5 * 4096);
+  writeSeed("track_walk", "d130-versioned", walkSeed(1, 2, 3, 0, 5, 0, 1, concat(home, copy)));
+
+  // D200 (device 0) and D160 (device 2) images, composed with the encoders:
+  // record zero, three records, the marker.
+  for (uint8_t device : {uint8_t{0}, uint8_t{2}}) {
+    EmulatedCKDfile f;
+    f.setType(device == 0 ? EmulatedCKDfile::D200 : EmulatedCKDfile::D160);
+    Bytes image(f.trackSlotSize, 0);
+    unsigned char* w = image.data();
+    f.putHA(w, 0, 0x0102, 0x0304);
+    f.putCount(w, 0x0102, 0x0304, 0, 0, 8);
+    w += 8;
+    for (uint8_t r = 1; r <= 3; ++r) {
+      f.putCount(w, 0x0102, 0x0304, r, 4, static_cast<unsigned short>(r * 50));
+      std::memcpy(w, "\xC1\xC2\xC3\xC0", 4);
+      w[3] = static_cast<unsigned char>(0xF0 + r);
+      w += 4 + r * 50;
+    }
+    std::memset(w, 0xFF, 8);
+    writeSeed("track_walk", device == 0 ? "d200-records" : "d160-records",
+              walkSeed(device, 4, 20, 0x0102, 0x0304, 0, 2, image));
+  }
+  // Large-cylinder encoding on a D130 image: cylinder 100000, head 5.
+  {
+    EmulatedCKDfile f;
+    f.setType(EmulatedCKDfile::D130);
+    f.largeCylinders = 1;
+    Bytes image(f.trackSlotSize, 0);
+    unsigned char* w = image.data();
+    f.putHA(w, 0, 100000, 5);
+    f.putCount(w, 100000, 5, 0, 0, 8);
+    w += 8;
+    f.putCount(w, 100000, 5, 1, 0, 64);
+    w += 64;
+    std::memset(w, 0xFF, 8);
+    writeSeed("track_walk", "d130-large-cylinders", walkSeed(1, 1, 255, 100000, 5, 0, 1, image));
+  }
+}
+
+// ---- vtoc: control, then tracks 0/0 to 0/3 ------------------------------------
+
+void vtocSeed(TestVolume& vol, const std::string& name, uint8_t control = 0) {
+  vol.close();
+  const Bytes file = fileBytes(vol.path());
+  Bytes s = {control};
+  for (size_t t = 0; t < 4; ++t) s = concat(s, slotOf(file, 4096, t));
+  writeSeed("vtoc", name, s);
+  vol.reopen(false);
+}
+
+void vtocSeeds() {
+  {
+    TestVolume vol(EmulatedCKDfile::D130, 3);
+    vtocSeed(vol, "initialised");
+    vtocSeed(vol, "initialised-by-file", 3);
+  }
+  {
+    // Format-1 with a Format-3 chain, Format-8 with Format-9 and Format-3s,
+    // Format-5, empty and unknown records.
+    TestVolume vol(EmulatedCKDfile::D130, 3);
+    DataSetSpec seq;
+    seq.name = "SEED.SEQ";
+    seq.extents = {{1, 0, 1, 4}, {1, 5, 1, 6}, {1, 7, 1, 7}};
+    seq.nbrExts = 5;
+    DataSetSpec big;
+    big.name = "SEED.LARGE.DATA";
+    big.extents = {{2, 0, 2, 1}};
+    // Records: 2 F1, 3 F3, 4 F8, 5 F9, 6 F3 (of the F9), 7 F5, 8 empty, 9 F2.
+    seq.next = Cchhr{0, 1, 3};
+    big.next = Cchhr{0, 1, 5};
+    vol.writeVtoc({format1Dscb(seq), format3Dscb({{2, 2, 2, 3}, {2, 4, 2, 4}}), format8Dscb(big),
+                   format9Dscb({Cchhr{0, 1, 6}}), format3Dscb({{2, 5, 2, 9}}),
+                   format5Dscb({{20, 1, 0}, {25, 0, 3}}), emptyDscb(), formatIdDscb(0xF2)});
+    vtocSeed(vol, "chains");
+    vtocSeed(vol, "chains-rw", 1);
+  }
+  {
+    // A VTOC over three tracks (8 DSCBs a track), many data sets.
+    TestVolume vol(EmulatedCKDfile::D130, 3);
+    std::vector<Dscb> dscbs;
+    for (int i = 0; i < 20; ++i) {
+      DataSetSpec ds = i % 3 == 0 ? pdsDataSet("SEED.PDS" + std::to_string(i), 80, 3120, {{1, 0, 1, 1}})
+                                  : DataSetSpec();
+      if (i % 3 != 0) {
+        ds.name = "SEED.DS" + std::to_string(i);
+        ds.extents = {{2, static_cast<uint16_t>(i % 10), 2, static_cast<uint16_t>(i % 10)}};
+      }
+      dscbs.push_back(format1Dscb(ds));
+    }
+    dscbs.push_back(format5Dscb({{11, 0, 9}}));
+    vol.writeVtoc(dscbs, 8);
+    vtocSeed(vol, "three-tracks");
+  }
+}
+
+// ---- pds: prefix, then the records of tracks 10 to 29 ---------------------------
+
+struct PdsSeedSpec {
+  uint16_t blksize = 800, lrecl = 80;
+  uint8_t recfm = 0x90;
+  uint16_t dsorg = 0x0200;
+  int nbrExts = -1;  // -1: the number of extents
+  std::vector<std::pair<uint8_t, uint8_t>> extents;  // relative to track 10
+  std::string member;
+  uint8_t control = 1;
+};
+
+void pdsSeed(const std::string& name, const PdsSeedSpec& spec, const std::vector<PdsMember>& members,
+             const PdsLayoutOptions& options = {}) {
+  TestVolume vol(EmulatedCKDfile::D130, 3);
+  std::vector<ExtentSpec> extents;
+  for (auto e : spec.extents) {
+    const unsigned lo = 10 + e.first, hi = 10 + e.second;
+    ExtentSpec x;
+    x.loCyl = lo / 10;
+    x.loHead = static_cast<uint16_t>(lo % 10);
+    x.hiCyl = hi / 10;
+    x.hiHead = static_cast<uint16_t>(hi % 10);
+    extents.push_back(x);
+  }
+  writePds(vol, extents, members, options);
+
+  Bytes s(37, 0);
+  s[0] = spec.control;
+  ckdvol::storeBe16(&s[1], spec.blksize);
+  ckdvol::storeBe16(&s[3], spec.lrecl);
+  s[5] = spec.recfm;
+  ckdvol::storeBe16(&s[6], spec.dsorg);
+  s[8] = static_cast<uint8_t>(spec.nbrExts >= 0 ? spec.nbrExts : static_cast<int>(spec.extents.size()));
+  for (size_t i = 0; i < 6; ++i) {
+    auto e = i < spec.extents.size() ? spec.extents[i] : std::make_pair(uint8_t{0}, uint8_t{0});
+    s[9 + 2 * i] = e.first;
+    s[10 + 2 * i] = e.second;
+  }
+  std::memcpy(&s[21], spec.member.data(), spec.member.size() < 16 ? spec.member.size() : 16);
+  for (uint32_t t = 10; t < 30; ++t) {
+    bool first = true;
+    for (const Record& r : vol.readRecords(t / 10, static_cast<uint16_t>(t % 10))) {
+      uint8_t control = first ? 1 : 0;
+      if (r.cyl >= 0 && static_cast<uint32_t>(r.cyl) != t / 10) control |= 2;
+      first = false;
+      Bytes head = {control, r.rec, static_cast<uint8_t>(r.key.size()), 0, 0};
+      ckdvol::storeBe16(&head[3], static_cast<uint16_t>(r.data.size()));
+      s = concat(s, head);
+      s = concat(s, r.key);
+      s = concat(s, r.data);
+    }
+  }
+  // The first track must not start with "next track": the builder starts on
+  // track 10 already.
+  if (s.size() > 37) s[37] &= static_cast<uint8_t>(~1u);
+  writeSeed("pds", name, s);
+}
+
+void pdsSeeds() {
+  PdsSeedSpec fb;
+  fb.extents = {{0, 9}, {10, 19}};
+  fb.member = "alpha";
+  pdsSeed("fb80", fb,
+          {{"ALPHA", textBlocks("ALPHA", 40, 80, 10), Bytes(6, 0x22)},
+           {"BETA", textBlocks("BETA", 3, 80, 10), {}},
+           {"GAMMA", {}, {}}});
+  PdsSeedSpec big = fb;
+  big.blksize = 3200;
+  big.member = "MISSING";
+  PdsLayoutOptions threeBlocks;
+  threeBlocks.directoryBlocks = 3;
+  std::vector<PdsMember> many;
+  for (int i = 0; i < 24; ++i) {
+    PdsMember m;
+    m.name = "M" + std::to_string(i);
+    m.blocks = textBlocks(m.name, 1 + i % 5, 80, 40);
+    m.userData = Bytes(static_cast<size_t>((i % 4) * 2), static_cast<unsigned char>(i));
+    many.push_back(m);
+  }
+  pdsSeed("many-members", big, many, threeBlocks);
+  PdsSeedSpec three = fb;
+  three.extents = {{0, 3}, {4, 7}, {8, 11}, {12, 19}};
+  pdsSeed("four-extents", three, {{"SPREAD", textBlocks("SPREAD", 200, 80, 10), {}}});
+  PdsSeedSpec undefined = fb;
+  undefined.lrecl = 0;
+  undefined.recfm = 0xC0;
+  pdsSeed("undefined-length", undefined, {{"U", {Bytes(500, 0xC4)}, {}}});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: fuzz_seeds <directory>\n");
+    return 2;
+  }
+  outDir = argv[1];
+  ::mkdir(outDir.c_str(), 0755);
+  try {
+    openSeeds();
+    trackWalkSeeds();
+    vtocSeeds();
+    pdsSeeds();
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "fuzz_seeds: %s\n", e.what());
+    return 1;
+  }
+  std::printf("fuzz_seeds: %d seeds in %s\n", written, outDir.c_str());
+  return 0;
+}
