@@ -11,12 +11,14 @@ struct RexxString::Buffer {
   int refs;
   int capacity;  // bytes available for content (one more is allocated for the NUL)
   int used;      // bytes written
-  int firstNul;  // index of the first NUL among the written bytes, or kNoNul
+  int firstNul;  // index of the first NUL among the written bytes, kNoNul, or
+                 // kUnknownNul until a NUL-terminated copy of the buffer needs it
   char data[1];
 };
 
 namespace {
 constexpr int kNoNul = 0x7FFFFFFF;
+constexpr int kUnknownNul = -1;  // below every length: survives prefix copies
 
 int firstNulIn(const char* p, int n, int base) {
   const void* hit = std::memchr(p, 0, static_cast<size_t>(n));
@@ -102,10 +104,8 @@ RexxString RexxString::operator+(const char* text) const {
     if (old != nullptr) ++old->refs;
     makeSole(capacity);
     RexxString result(*this);
-    if (n > 0) {
-      std::memcpy(buf_->data + len_, text, static_cast<size_t>(n));
-      if (buf_->firstNul == kNoNul) buf_->firstNul = firstNulIn(buf_->data + len_, n, len_);
-    }
+    // The piece was measured with strlen: it holds no NUL.
+    if (n > 0) std::memcpy(buf_->data + len_, text, static_cast<size_t>(n));
     release(old);
     buf_->used = needed;
     buf_->data[needed] = '\0';
@@ -113,11 +113,9 @@ RexxString RexxString::operator+(const char* text) const {
     return result;
   }
   RexxString result(*this);
-  if (n > 0) {
-    // memmove: `text` may lie inside this very buffer (below `used`).
-    std::memmove(buf_->data + len_, text, static_cast<size_t>(n));
-    if (buf_->firstNul == kNoNul) buf_->firstNul = firstNulIn(buf_->data + len_, n, len_);
-  }
+  // memmove: `text` may lie inside this very buffer (below `used`). The piece
+  // was measured with strlen: it holds no NUL.
+  if (n > 0) std::memmove(buf_->data + len_, text, static_cast<size_t>(n));
   buf_->used = needed;
   buf_->data[needed] = '\0';
   result.len_ = needed;
@@ -141,6 +139,7 @@ int RexxString::copy(const void* text, int length) {
   if (buf_ != nullptr && src == buf_->data) {
     // Our own buffer (typically the result of `*this + piece`): its written
     // bytes are known, so adopt the length without copying.
+    if (buf_->firstNul == kUnknownNul) buf_->firstNul = firstNulIn(buf_->data, buf_->used, 0);
     int limit = buf_->firstNul < buf_->used ? buf_->firstNul : buf_->used;
     int n = length == -1 ? limit : (length < buf_->used ? length : buf_->used);
     if (length != -1 && n > buf_->used) n = buf_->used;
@@ -165,7 +164,9 @@ int RexxString::copy(const void* text, int length) {
   }
   buf_->used = n;
   buf_->data[n] = '\0';
-  buf_->firstNul = firstNulIn(buf_->data, n, 0);
+  // A NUL-terminated text holds no NUL; other bytes are scanned only when a
+  // NUL-terminated copy of this buffer asks for it.
+  buf_->firstNul = length == -1 ? kNoNul : kUnknownNul;
   len_ = n;
   return len_;
 }
