@@ -21,6 +21,11 @@
 // are created without element ownership, so a caller that takes entries out
 // of them must not rely on the lists to free anything.
 //
+// Format identifiers: the walk files by getType(), and a record is filed in a
+// list only when the factory made an object of that list's class (byte 44 F1,
+// F5, F8); a byte whose low bits merely give 1, 5 or 8 counts as unknown, and
+// one that is not F4 fails the first-record check with 9997.
+//
 // Bounds on damaged volumes: the walk makes at most kMaxWalkDscbs DSCBs; a
 // chain ends at an address it has already visited and after kMaxChainLength
 // links, and one initialize() makes at most kMaxChainedDscbs chained DSCBs.
@@ -76,14 +81,17 @@ class CKDVOL_EXPORT DiskVtoc {
 
   // Reads the VTOC of the open volume `file` starting at the address that
   // `label` holds. Does not reset first: called twice it replaces the
-  // Format-4 DSCB and adds the DSCBs again. Results:
+  // Format-4 DSCB and adds the DSCBs again (the chains are followed for the
+  // data set DSCBs filed by this call only). Results:
   //   0  the VTOC was read (chain failures are silent: a chain ends there);
   //  -1  errno ENOENT: `label` holds no label;
   //  -1  errno EIO: the first VTOC track could not be read;
   //  -1  errno 9999: the first VTOC record is not on that track;
-  //  -1  errno 9998: it is not key length 44 / data length 96;
+  //  -1  errno 9998: it is not key length 44 / data length 96 (or, on a
+  //      damaged track, such a record runs past the track's record area);
   //  -1  errno 9997: it is not a Format-4 DSCB (f4 stays as it was);
-  //  -1  errno 9995: a record of the walk is not 44/96; the line
+  //  -1  errno 9995: a record of the walk is not 44/96 or runs past the
+  //      record area (slot size - 24); the line
   //      " key len err 9995 KL cc hh r is C H R" is written to standard
   //      output first. The Format-4 DSCB and the DSCBs met so far stay.
   // Failures before the walk leave the object unchanged. Reads tracks, so
