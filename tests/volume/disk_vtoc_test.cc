@@ -113,6 +113,17 @@ TEST(DiskVtoc, FirstRecordFailures) {
   }
 }
 
+TEST(DiskVtoc, FormatByteWithLowBitsFourIsNotAFormat4) {
+  TestVolume vol;
+  vol.writeVtoc({formatIdDscb(0x04)});  // 0/1/2: getType 4, but the factory made no Format4DSCB
+  vol.patchLabel(15, {0x02});
+  DiskVtoc vtoc;
+  errno = 0;
+  EXPECT_EQ(-1, readVtoc(vol, vtoc));
+  EXPECT_EQ(9997, errno);
+  EXPECT_FALSE(vtoc.f4.isSet());
+}
+
 TEST(DiskVtoc, NoLabelGivesEnoent) {
   TestVolume vol;
   DiskLabel label;  // never read
