@@ -112,7 +112,9 @@ void BM_CreateVolumeVsPlainWriter(benchmark::State& state) {
   int runs = 0;
   for (auto _ : state) {
     double l, p;
-    if (runs % 2 == 0) {
+    // Warm-up L P, then P L, L P, ...: each side runs first equally often
+    // and right after itself equally often (ABBA order).
+    if (runs % 2 == 1) {
       l = libraryRun(libPath, cylinders, nullptr);
       p = plainRun(plainPath, cylinders, cylinder);
     } else {
