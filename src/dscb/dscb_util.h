@@ -13,9 +13,7 @@ namespace ckdvol {
 
 // Appends a NUL-terminated text: `out + text` is formed and copied back into
 // `out`, the one way every dump and listing grows its output.
-inline void appendText(RexxString& out, const char* text) {
-  out.copy((out + text).text(), -1);
-}
+inline void appendText(RexxString& out, const char* text) { out.copy((out + text).text(), -1); }
 
 // Appends `count` spaces (nothing when count is not above 0).
 inline void appendSpaces(RexxString& out, int count) {
@@ -38,8 +36,7 @@ inline void readCchh(const unsigned char* p, bool largeCylinders, int& cyl, int&
 
 // Reads the 5-byte CCHHR at `p` into cylinder, head and record number.
 // Precondition: 5 readable bytes at `p`.
-inline void readCchhr(const unsigned char* p, bool largeCylinders, int& cyl, int& head,
-                      int& rec) {
+inline void readCchhr(const unsigned char* p, bool largeCylinders, int& cyl, int& head, int& rec) {
   readCchh(p, largeCylinders, cyl, head);
   rec = p[4];
 }

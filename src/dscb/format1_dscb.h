@@ -21,9 +21,9 @@
 
 class CKDVOL_EXPORT Format1DSCB : public GenericDSCB {
  public:
-  const unsigned char* raw;  // points at the base's `dscb` copy
+  const unsigned char* raw;                            // points at the base's `dscb` copy
   DynamicTypedPointerArray<Format3DSCB const> f3List;  // chained Format-3 DSCBs in
-                                                        // chain order; owning, step 32
+                                                       // chain order; owning, step 32
   short nbrExts;  // extent count ("NbrExts", offset 59), copied at construction
 
   // Copies the 140 bytes at `dscb`; location -1/-1/-1; empty owning f3List.

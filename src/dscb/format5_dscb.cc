@@ -23,14 +23,14 @@ using F = StructureField;
 constexpr char kNxtF5dscb[] = "NxtF5dscb";  // the chain accessor reads it
 
 constexpr int kExtents = 26;
-constexpr int kKeyExtents = 8;             // extents 1-8 in the key
-constexpr int kKeyExtentsOffset = 4;       // after the key identifier
-constexpr int kDataExtentsOffset = 45;     // after the format identifier
+constexpr int kKeyExtents = 8;          // extents 1-8 in the key
+constexpr int kKeyExtentsOffset = 4;    // after the key identifier
+constexpr int kDataExtentsOffset = 45;  // after the format identifier
 constexpr int kExtentLength = 5;
 constexpr int kFieldsPerExtent = 3;
-constexpr int kFmtIdEntry = 1 + kKeyExtents * kFieldsPerExtent;              // 25
+constexpr int kFmtIdEntry = 1 + kKeyExtents * kFieldsPerExtent;             // 25
 constexpr int kNextEntry = kFmtIdEntry + 1 + (kExtents - kKeyExtents) * 3;  // 80
-constexpr int kEntries = kNextEntry + 2;                                     // 82
+constexpr int kEntries = kNextEntry + 2;                                    // 82
 
 // Offset and length of each field within an extent.
 constexpr int kFieldOffset[kFieldsPerExtent] = {0, 2, 4};

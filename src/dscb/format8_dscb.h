@@ -17,11 +17,11 @@
 
 class CKDVOL_EXPORT Format8DSCB : public GenericDSCB {
  public:
-  const unsigned char* raw;  // points at the base's `dscb` copy
+  const unsigned char* raw;                            // points at the base's `dscb` copy
   DynamicTypedPointerArray<Format3DSCB const> f3List;  // Format-3 DSCBs reached through
-                                                        // the Format-9 DSCBs; owning
+                                                       // the Format-9 DSCBs; owning
   DynamicTypedPointerArray<Format9DSCB const> f9List;  // chained Format-9 DSCBs in
-                                                        // chain order; owning, step 32
+                                                       // chain order; owning, step 32
   short nbrExts;  // extent count ("NbrExts", offset 59), copied at construction
 
   // Copies the 140 bytes at `dscb`; location -1/-1/-1; empty owning lists.

@@ -25,18 +25,18 @@ class CKDVOL_EXPORT GenericDSCB {
  public:
   // Record geometry.
   enum {
-    kKeyLength = 44,        // bytes 0..43
-    kDataLength = 96,       // bytes 44..139
-    kLength = 140,          // key + data
-    kFormatIdOffset = 44    // format identifier byte
+    kKeyLength = 44,      // bytes 0..43
+    kDataLength = 96,     // bytes 44..139
+    kLength = 140,        // key + data
+    kFormatIdOffset = 44  // format identifier byte
   };
 
-  int cyl;                     // cylinder of the track holding the DSCB; -1 unknown
-  int head;                    // head of that track; -1 unknown
-  int rec;                     // record number on the track; -1 unknown
-  unsigned char dscb[kLength]; // copy of the record: key, then data
-  bool largeCylinders;         // CCHH fields carry 28-bit cylinders; false after
-                               // construction, set by the VTOC reader
+  int cyl;                      // cylinder of the track holding the DSCB; -1 unknown
+  int head;                     // head of that track; -1 unknown
+  int rec;                      // record number on the track; -1 unknown
+  unsigned char dscb[kLength];  // copy of the record: key, then data
+  bool largeCylinders;          // CCHH fields carry 28-bit cylinders; false after
+                                // construction, set by the VTOC reader
 
   // Copies kLength bytes from `dscb` and stores the location.
   GenericDSCB(const unsigned char* dscb, int cyl, int head, int rec);

@@ -25,8 +25,8 @@ namespace {
 // Translates SfldEbcdic fields.
 const DataTranslator fieldTranslator(DataTranslator::XLATE_EBCDIC_ASCII);
 
-constexpr int kLineBuffer = 1024;   // value text; longer text fields use the heap
-constexpr int kLabelBuffer = 256;   // one label, or one description line
+constexpr int kLineBuffer = 1024;  // value text; longer text fields use the heap
+constexpr int kLabelBuffer = 256;  // one label, or one description line
 constexpr int kBytesPerHexLine = 32;
 // The widest hexadecimal line: 32 bytes as digits with a space between each.
 constexpr int kHexLineMax = 2 * kBytesPerHexLine + kBytesPerHexLine - 1;
@@ -139,13 +139,8 @@ void appendFieldText(RexxString& out, const unsigned char* p, int length, bool e
 
 }  // namespace
 
-StructureField::StructureField(const char* name, SfldTyp type, int offset, int length,
-                               bool newLine)
-    : name(name),
-      offset(0),
-      length(static_cast<uint16_t>(length)),
-      type(type),
-      newLine(newLine) {
+StructureField::StructureField(const char* name, SfldTyp type, int offset, int length, bool newLine)
+    : name(name), offset(0), length(static_cast<uint16_t>(length)), type(type), newLine(newLine) {
   if (offset >= 0) {
     this->offset = static_cast<uint16_t>(offset);
   } else {
@@ -242,14 +237,14 @@ RexxString& StructureField::printDesc(RexxString& out, int width) const {
   std::snprintf(format, sizeof format,
                 "%%%d.%ds: Offset-%%d(0x%%X), Length-%%d, Type-%%d, NL-%%s\n", w, w);
   char line[kLabelBuffer];
-  std::snprintf(line, sizeof line, format, label, offset, offset, length,
-                static_cast<int>(type), newLine ? "Yes" : "No");
+  std::snprintf(line, sizeof line, format, label, offset, offset, length, static_cast<int>(type),
+                newLine ? "Yes" : "No");
   appendText(out, line);
   return out;
 }
 
-RexxString& StructureField::print(RexxString& out, const void* record,
-                                  const StructureField* table, int indent) {
+RexxString& StructureField::print(RexxString& out, const void* record, const StructureField* table,
+                                  int indent) {
   if (table == nullptr || endsWalk(table[0])) return out;
 
   // Titles go out at once; the other labels give the common label width.

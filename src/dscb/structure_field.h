@@ -23,25 +23,25 @@ class CKDVOL_EXPORT StructureField {
  public:
   // How a field is rendered; the values are stored in `type`.
   enum SfldTyp : uint8_t {
-    SfldNone = 0,            // ends a table walk; plain hexadecimal if printed alone
-    SfldAscii = 1,           // the bytes as text, up to a NUL
-    SfldInt = 2,             // big-endian 1/2/4/8 bytes; signed for 4 and 8
-    SfldUint = 3,            // big-endian unsigned 1/2/4/8 bytes
-    SfldHex = 4,             // hexadecimal, no grouping
-    SfldBits = 5,            // the first byte as "bbbb bbbb"
-    SfldEbcdic = 6,          // the bytes translated from EBCDIC, up to a NUL
-    SfldDump = 7,            // hexadecimal, a space every 4 bytes
-    SfldHexBytes = 8,        // hexadecimal, a space every byte
-    SfldHexHalfwords = 9,    // hexadecimal, a space every 2 bytes (CCHH, CCHHR)
-    SfldHexFullwords = 10,   // hexadecimal, a space every 4 bytes
-    SfldHexDoublewords = 11, // hexadecimal, a space every 8 bytes
-    SfldIntLE = 12,          // as SfldInt, little-endian
-    SfldUintLE = 13,         // as SfldUint, little-endian
-    SfldLabel = 14,          // the label alone, no value
-    SfldCString = 15,        // NUL-terminated text at the offset (length unused)
-    SfldDate = 16,           // 3 bytes: year - 1900, day number - 1 (2 bytes)
-    SfldTitle = 17,          // a title line: the name and a line end
-    SfldEnd = 18             // table terminator; codes above render as hexadecimal
+    SfldNone = 0,             // ends a table walk; plain hexadecimal if printed alone
+    SfldAscii = 1,            // the bytes as text, up to a NUL
+    SfldInt = 2,              // big-endian 1/2/4/8 bytes; signed for 4 and 8
+    SfldUint = 3,             // big-endian unsigned 1/2/4/8 bytes
+    SfldHex = 4,              // hexadecimal, no grouping
+    SfldBits = 5,             // the first byte as "bbbb bbbb"
+    SfldEbcdic = 6,           // the bytes translated from EBCDIC, up to a NUL
+    SfldDump = 7,             // hexadecimal, a space every 4 bytes
+    SfldHexBytes = 8,         // hexadecimal, a space every byte
+    SfldHexHalfwords = 9,     // hexadecimal, a space every 2 bytes (CCHH, CCHHR)
+    SfldHexFullwords = 10,    // hexadecimal, a space every 4 bytes
+    SfldHexDoublewords = 11,  // hexadecimal, a space every 8 bytes
+    SfldIntLE = 12,           // as SfldInt, little-endian
+    SfldUintLE = 13,          // as SfldUint, little-endian
+    SfldLabel = 14,           // the label alone, no value
+    SfldCString = 15,         // NUL-terminated text at the offset (length unused)
+    SfldDate = 16,            // 3 bytes: year - 1900, day number - 1 (2 bytes)
+    SfldTitle = 17,           // a title line: the name and a line end
+    SfldEnd = 18              // table terminator; codes above render as hexadecimal
   };
 
   const char* name;  // label; static text, not owned; null only in the terminator

@@ -16,7 +16,7 @@ struct DataSetRecord {
                                     0xE2, 0xE3, 0x4B, 0xD7, 0xC4, 0xE2};
     std::memset(bytes, 0x40, 44);
     std::memcpy(bytes, name, sizeof name);
-    bytes[44] = id;  // format identifier
+    bytes[44] = id;                                                        // format identifier
     const unsigned char volser[6] = {0xE5, 0xD6, 0xD3, 0xF0, 0xF0, 0xF1};  // VOL001
     std::memcpy(bytes + 45, volser, 6);
     bytes[52] = 1;     // volume sequence 0001

@@ -19,11 +19,11 @@ struct Format3Record {
     bytes[44] = 0xF3;             // format identifier
     for (int n = 1; n <= 13; ++n) {
       unsigned char* e = bytes + (n <= 4 ? 4 + 10 * (n - 1) : 45 + 10 * (n - 5));
-      e[0] = 0x80;                                   // extent type
-      e[1] = static_cast<unsigned char>(n + 2);      // sequence number
-      e[3] = static_cast<unsigned char>(n);          // low CC 000n, HH 0000
-      e[7] = static_cast<unsigned char>(n);          // high CC 000n
-      e[9] = 14;                                     // high HH 000E
+      e[0] = 0x80;                               // extent type
+      e[1] = static_cast<unsigned char>(n + 2);  // sequence number
+      e[3] = static_cast<unsigned char>(n);      // low CC 000n, HH 0000
+      e[7] = static_cast<unsigned char>(n);      // high CC 000n
+      e[9] = 14;                                 // high HH 000E
     }
     const unsigned char next[5] = {0x00, 0x01, 0x00, 0x02, 0x07};  // CC HH R
     std::memcpy(bytes + 135, next, 5);
@@ -87,25 +87,37 @@ TEST(Format3DSCBTest, Dump) {
   d.rec = 5;
   RexxString out;
   d.print(out, 4);
-  EXPECT_STREQ(
-      out.text(),
-      "Format 3 DSCB at 0/0/5 (000000/00/05) --\n"
-      "        DSCBKey: 03030303\n"
-      "      ExtType-1: 1000 0000,   ExtSeq-1: 3,   ExtLoCCHH-1: 0001 0000,  ExtHiCCHH-1: 0001 000E\n"
-      "      ExtType-2: 1000 0000,   ExtSeq-2: 4,   ExtLoCCHH-2: 0002 0000,  ExtHiCCHH-2: 0002 000E\n"
-      "      ExtType-3: 1000 0000,   ExtSeq-3: 5,   ExtLoCCHH-3: 0003 0000,  ExtHiCCHH-3: 0003 000E\n"
-      "      ExtType-4: 1000 0000,   ExtSeq-4: 6,   ExtLoCCHH-4: 0004 0000,  ExtHiCCHH-4: 0004 000E\n"
-      "          FmtID: F3\n"
-      "      ExtType-5: 1000 0000,   ExtSeq-5: 7,   ExtLoCCHH-5: 0005 0000,  ExtHiCCHH-5: 0005 000E\n"
-      "      ExtType-6: 1000 0000,   ExtSeq-6: 8,   ExtLoCCHH-6: 0006 0000,  ExtHiCCHH-6: 0006 000E\n"
-      "      ExtType-7: 1000 0000,   ExtSeq-7: 9,   ExtLoCCHH-7: 0007 0000,  ExtHiCCHH-7: 0007 000E\n"
-      "      ExtType-8: 1000 0000,   ExtSeq-8: 10,  ExtLoCCHH-8: 0008 0000,  ExtHiCCHH-8: 0008 000E\n"
-      "      ExtType-9: 1000 0000,   ExtSeq-9: 11,  ExtLoCCHH-9: 0009 0000,  ExtHiCCHH-9: 0009 000E\n"
-      "      ExtType-A: 1000 0000,   ExtSeq-A: 12,  ExtLoCCHH-A: 000A 0000,  ExtHiCCHH-A: 000A 000E\n"
-      "      ExtType-B: 1000 0000,   ExtSeq-B: 13,  ExtLoCCHH-B: 000B 0000,  ExtHiCCHH-B: 000B 000E\n"
-      "      ExtType-C: 1000 0000,   ExtSeq-C: 14,  ExtLoCCHH-C: 000C 0000,  ExtHiCCHH-C: 000C 000E\n"
-      "      ExtType-D: 1000 0000,   ExtSeq-D: 15,  ExtLoCCHH-D: 000D 0000,  ExtHiCCHH-D: 000D 000E\n"
-      "      NxtF3dscb: 0001 0002 07\n");
+  EXPECT_STREQ(out.text(),
+               "Format 3 DSCB at 0/0/5 (000000/00/05) --\n"
+               "        DSCBKey: 03030303\n"
+               "      ExtType-1: 1000 0000,   ExtSeq-1: 3,   ExtLoCCHH-1: 0001 0000,  ExtHiCCHH-1: "
+               "0001 000E\n"
+               "      ExtType-2: 1000 0000,   ExtSeq-2: 4,   ExtLoCCHH-2: 0002 0000,  ExtHiCCHH-2: "
+               "0002 000E\n"
+               "      ExtType-3: 1000 0000,   ExtSeq-3: 5,   ExtLoCCHH-3: 0003 0000,  ExtHiCCHH-3: "
+               "0003 000E\n"
+               "      ExtType-4: 1000 0000,   ExtSeq-4: 6,   ExtLoCCHH-4: 0004 0000,  ExtHiCCHH-4: "
+               "0004 000E\n"
+               "          FmtID: F3\n"
+               "      ExtType-5: 1000 0000,   ExtSeq-5: 7,   ExtLoCCHH-5: 0005 0000,  ExtHiCCHH-5: "
+               "0005 000E\n"
+               "      ExtType-6: 1000 0000,   ExtSeq-6: 8,   ExtLoCCHH-6: 0006 0000,  ExtHiCCHH-6: "
+               "0006 000E\n"
+               "      ExtType-7: 1000 0000,   ExtSeq-7: 9,   ExtLoCCHH-7: 0007 0000,  ExtHiCCHH-7: "
+               "0007 000E\n"
+               "      ExtType-8: 1000 0000,   ExtSeq-8: 10,  ExtLoCCHH-8: 0008 0000,  ExtHiCCHH-8: "
+               "0008 000E\n"
+               "      ExtType-9: 1000 0000,   ExtSeq-9: 11,  ExtLoCCHH-9: 0009 0000,  ExtHiCCHH-9: "
+               "0009 000E\n"
+               "      ExtType-A: 1000 0000,   ExtSeq-A: 12,  ExtLoCCHH-A: 000A 0000,  ExtHiCCHH-A: "
+               "000A 000E\n"
+               "      ExtType-B: 1000 0000,   ExtSeq-B: 13,  ExtLoCCHH-B: 000B 0000,  ExtHiCCHH-B: "
+               "000B 000E\n"
+               "      ExtType-C: 1000 0000,   ExtSeq-C: 14,  ExtLoCCHH-C: 000C 0000,  ExtHiCCHH-C: "
+               "000C 000E\n"
+               "      ExtType-D: 1000 0000,   ExtSeq-D: 15,  ExtLoCCHH-D: 000D 0000,  ExtHiCCHH-D: "
+               "000D 000E\n"
+               "      NxtF3dscb: 0001 0002 07\n");
 }
 
 TEST(Format3DSCBTest, DescriptionCoversTheRecord) {

@@ -13,8 +13,8 @@ namespace {
 struct Format4Record {
   unsigned char bytes[140] = {};
   Format4Record() {
-    std::memset(bytes, 0x04, 44);  // key: 44 bytes of 04
-    bytes[44] = 0xF4;              // format identifier
+    std::memset(bytes, 0x04, 44);                                  // key: 44 bytes of 04
+    bytes[44] = 0xF4;                                              // format identifier
     const unsigned char last[5] = {0x00, 0x00, 0x00, 0x01, 0x03};  // last DSCB: 0/1/3
     std::memcpy(bytes + 45, last, 5);
     bytes[50] = 0x00;  // DSCB count 10

@@ -45,13 +45,13 @@ TEST(Format5DSCBTest, TableBuiltByRule) {
     bool newLine;
   };
   const Expected expected[] = {
-      {0, "DSCBKey", 0, 4, true},      {1, "TrkBgn-01", 4, 2, false},
-      {2, "CylCnt-01", 6, 2, false},   {3, "TrkCnt-01", 8, 1, false},
-      {6, "TrkCnt-02", 13, 1, true},   {22, "TrkBgn-08", 39, 2, false},
-      {24, "TrkCnt-08", 43, 1, true},  {25, "FmtID", 44, 1, true},
+      {0, "DSCBKey", 0, 4, true},       {1, "TrkBgn-01", 4, 2, false},
+      {2, "CylCnt-01", 6, 2, false},    {3, "TrkCnt-01", 8, 1, false},
+      {6, "TrkCnt-02", 13, 1, true},    {22, "TrkBgn-08", 39, 2, false},
+      {24, "TrkCnt-08", 43, 1, true},   {25, "FmtID", 44, 1, true},
       {26, "TrkBgn-08", 45, 2, false},  // the ninth extent reuses 08
-      {28, "TrkCnt-08", 49, 1, false}, {29, "TrkBgn-09", 50, 2, false},
-      {31, "TrkCnt-09", 54, 1, true},  {77, "TrkBgn-25", 130, 2, false},
+      {28, "TrkCnt-08", 49, 1, false},  {29, "TrkBgn-09", 50, 2, false},
+      {31, "TrkCnt-09", 54, 1, true},   {77, "TrkBgn-25", 130, 2, false},
       {78, "CylCnt-25", 132, 2, false}, {79, "TrkCnt-25", 134, 1, true},
       {80, "NxtF5dscb", 135, 5, true},
   };

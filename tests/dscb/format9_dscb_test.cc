@@ -17,20 +17,21 @@ struct Format9Record {
     bytes[1] = 0x01;  // subtype
     bytes[2] = 0x01;  // F9 count
     bytes[3] = 0x80;  // flags
-    const unsigned char job[8] = {0xD1, 0xD6, 0xC2, 0xD5, 0xC1, 0xD4, 0xC5, 0xF1};  // JOBNAME1
+    const unsigned char job[8] = {0xD1, 0xD6, 0xC2, 0xD5, 0xC1, 0xD4, 0xC5, 0xF1};   // JOBNAME1
     const unsigned char step[8] = {0xE2, 0xE3, 0xC5, 0xD7, 0xF1, 0x40, 0x40, 0x40};  // STEP1
     std::memcpy(bytes + 4, job, 8);
     std::memcpy(bytes + 12, step, 8);
     for (int i = 0; i < 6; ++i) bytes[20 + i] = static_cast<unsigned char>(0x20 + i);  // time
-    bytes[44] = 0xF9;  // format identifier
-    bytes[45] = 0x02;  // F3 count
-    const unsigned char slot1[5] = {0x00, 0x00, 0x00, 0x01, 0x05};  // offset 46
-    const unsigned char slot2[5] = {0x00, 0x00, 0x00, 0x01, 0x06};  // offset 51
+    bytes[44] = 0xF9;                                                // format identifier
+    bytes[45] = 0x02;                                                // F3 count
+    const unsigned char slot1[5] = {0x00, 0x00, 0x00, 0x01, 0x05};   // offset 46
+    const unsigned char slot2[5] = {0x00, 0x00, 0x00, 0x01, 0x06};   // offset 51
     const unsigned char slot10[5] = {0x00, 0x12, 0x00, 0x03, 0x09};  // offset 91
     std::memcpy(bytes + 46, slot1, 5);
     std::memcpy(bytes + 51, slot2, 5);
     std::memcpy(bytes + 91, slot10, 5);
-    for (int i = 0; i < 20; ++i) bytes[96 + i] = static_cast<unsigned char>(0xA0 + i);  // attributes
+    for (int i = 0; i < 20; ++i)
+      bytes[96 + i] = static_cast<unsigned char>(0xA0 + i);        // attributes
     const unsigned char next[5] = {0x00, 0x00, 0x00, 0x02, 0x01};  // offset 135
     std::memcpy(bytes + 135, next, 5);
   }

@@ -102,10 +102,10 @@ TEST(StructureFieldTest, Integers) {
 
 TEST(StructureFieldTest, BitsDateLabelAndText) {
   const std::vector<unsigned char> rec = {
-      0xA5,              // bits
-      0x7A, 0x00, 0x1F,  // date: 1900 + 122, day 31 + 1
+      0xA5,                    // bits
+      0x7A, 0x00, 0x1F,        // date: 1900 + 122, day 31 + 1
       0xC1, 0xC2, 0x40, 0xF9,  // EBCDIC "AB 9"
-      'h', 'i', 0, 'x',        // text cut at its NUL
+      'h',  'i',  0,    'x',   // text cut at its NUL
   };
   EXPECT_EQ(one(F("Flags", F::SfldBits, 0, 1, false), rec, 0), "Flags: 1010 0101");
   EXPECT_EQ(one(F("Made", F::SfldDate, 1, 3, false), rec, 0), "Made: 2022/032");
@@ -137,8 +137,7 @@ TEST(StructureFieldTest, HexGrouping) {
   EXPECT_EQ(one(F("A", F::SfldHexBytes, 0, 3, false), rec, 0), "A: 00 12 00");
   EXPECT_EQ(one(F("A", F::SfldDump, 0, 9, false), rec, 0), "A: 00120003 05ABCDEF 9A");
   EXPECT_EQ(one(F("A", F::SfldHexFullwords, 0, 6, false), rec, 0), "A: 00120003 05AB");
-  EXPECT_EQ(one(F("A", F::SfldHexDoublewords, 0, 9, false), rec, 0),
-            "A: 0012000305ABCDEF 9A");
+  EXPECT_EQ(one(F("A", F::SfldHexDoublewords, 0, 9, false), rec, 0), "A: 0012000305ABCDEF 9A");
   EXPECT_EQ(one(F("A", F::SfldNone, 0, 2, false), rec, 0), "A: 0012");
   EXPECT_EQ(one(F("A", F::SfldEnd, 0, 2, false), rec, 0), "A: 0012");
   EXPECT_EQ(one(F("A", static_cast<F::SfldTyp>(19), 0, 2, false), rec, 0), "A: 0012");
@@ -163,10 +162,8 @@ TEST(StructureFieldTest, HexWrapsAt32BytesUnderTheFirstValue) {
 
 TEST(StructureFieldTest, DumpAlignsLineStartsAndSeparatesFields) {
   const F table[] = {
-      {"SubType", F::SfldHex, 0, 1, false},
-      {"F9count", F::SfldHex, 1, 1, false},
-      {"Flag1", F::SfldBits, 2, 1, true},
-      {"Attributes", F::SfldDump, 3, 2, true},
+      {"SubType", F::SfldHex, 0, 1, false}, {"F9count", F::SfldHex, 1, 1, false},
+      {"Flag1", F::SfldBits, 2, 1, true},   {"Attributes", F::SfldDump, 3, 2, true},
       {"X", F::SfldHex, 5, 1, false},  // starts a line: gets the common width
       {"Y", F::SfldHex, 6, 1, true},   // follows: natural width, though shorter
       {nullptr, F::SfldEnd, 0, 0, true},
@@ -221,10 +218,8 @@ TEST(StructureFieldTest, DescribeEntry) {
 TEST(StructureFieldTest, DescribeTableCountsOverlapsOnce) {
   const F table[] = {
       {"Layout", F::SfldTitle, 0, 0, true},  // titles are described too
-      {"AltCyls", F::SfldUint, 61, 1, true},
-      {"DevConst", F::SfldHex, 62, 14, false},
-      {"NbrCyls", F::SfldUint, 62, 2, false},
-      {"Trks/Cyl", F::SfldUint, 64, 2, true},
+      {"AltCyls", F::SfldUint, 61, 1, true},  {"DevConst", F::SfldHex, 62, 14, false},
+      {"NbrCyls", F::SfldUint, 62, 2, false}, {"Trks/Cyl", F::SfldUint, 64, 2, true},
       {nullptr, F::SfldEnd, 0, 0, true},
   };
   EXPECT_EQ(describe(table),

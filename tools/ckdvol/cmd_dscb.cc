@@ -67,9 +67,9 @@ int runDscb(const DscbOptions& o) {
                             std::to_string(dataLength) + "; a DSCB has 44 and 96)");
   }
   // The key and the data lie back to back in the track image: one DSCB.
-  std::unique_ptr<GenericDSCB> dscb(GenericDSCB::create(
-      f.getRefKey(ref), static_cast<int>(o.cyl), static_cast<int>(o.head),
-      static_cast<int>(o.rec)));
+  std::unique_ptr<GenericDSCB> dscb(GenericDSCB::create(f.getRefKey(ref), static_cast<int>(o.cyl),
+                                                        static_cast<int>(o.head),
+                                                        static_cast<int>(o.rec)));
   dscb->largeCylinders = f.largeCylinders != 0;
   RexxString out;
   dscb->print(out, 0);

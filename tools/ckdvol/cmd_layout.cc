@@ -26,8 +26,7 @@ namespace {
 // The format identifier byte that makes the factory choose each DSCB class;
 // 00 gives the table used for formats without a class of their own.
 const std::map<std::string, unsigned char> kFormatIds = {
-    {"1", 0xF1}, {"3", 0xF3}, {"4", 0xF4}, {"5", 0xF5},
-    {"8", 0xF8}, {"9", 0xF9}, {"unknown", 0x00},
+    {"1", 0xF1}, {"3", 0xF3}, {"4", 0xF4}, {"5", 0xF5}, {"8", 0xF8}, {"9", 0xF9}, {"unknown", 0x00},
 };
 constexpr char kLabel[] = "label";
 
