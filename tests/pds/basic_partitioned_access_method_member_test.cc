@@ -228,7 +228,7 @@ TEST(PdsReplaceMemberTest, ShortRecordsArePaddedWithBlanksAndBlocksKeepTheirLeng
                 {"AFTER", textBlocks("Z", 3, 80, 40), {}}});
   std::vector<std::string> texts;
   for (int i = 0; i < 118; ++i) {
-    char t[16];
+    char t[24];
     std::snprintf(t, sizeof(t), "NEWREC%04d", i);  // 10 bytes
     texts.push_back(t);
     ASSERT_EQ(0, f.pds.setRecord(i, t, 10));

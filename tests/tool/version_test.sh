@@ -106,6 +106,38 @@ check "reformatted" contains "rewritten as an empty track" "$WORK/out"
 expect_status 0 "all sound after repair" "$TOOL" verify "$VOL"
 check "HA rewritten" [ "$(peek "$VOL" $((512 + 17 * SLOT)) 13)" = "00000100020001000200000008" ]
 
+# An interrupted commit: two tracks changed, the run processed the newest
+# copy (its track got the copy's zero trailer) and stopped before cutting the
+# file. A second commit stops at that copy; --resume finishes the job.
+changeTrack() {  # changeTrack HOME BYTE
+  local copyAt
+  copyAt=$(size "$VOL")
+  tail -c +$(($1 + 1)) "$VOL" | head -c $SLOT >>"$VOL"
+  poke "$VOL" $((copyAt + SLOT - 16)) "564552300000"0000"$(be64 "$1")"
+  poke "$VOL" $(($1 + 13)) "$2"
+  poke "$VOL" $(($1 + SLOT - 16)) "564552300001"0000"$(be64 "$copyAt")"
+}
+home04=$((512 + 4 * SLOT))
+changeTrack $home03 6b
+changeTrack $home04 7c
+poke "$VOL" $((home04 + SLOT - 16)) 00000000000000000000000000000000
+expect_status 1 "commit after an interrupted commit" "$TOOL" version commit "$VOL"
+check "points at --resume" contains "run the same action again with --resume" "$WORK/err"
+check "nothing cut" [ "$(size "$VOL")" -eq $((dataEnd + 2 * SLOT)) ]
+expect_status 2 "--resume only with commit or rollback" "$TOOL" version verify "$VOL" --resume
+expect_status 0 "commit --resume" "$TOOL" version commit "$VOL" --resume
+check "resume report" contains "resuming: 1 saved copy already processed by the interrupted run cut off the file" "$WORK/out"
+check "rest committed" contains "version 1 committed: 1 saved copy dropped" "$WORK/out"
+check "file cut to the tracks" [ "$(size "$VOL")" -eq "$dataEnd" ]
+check "both changes stay" [ "$(peek "$VOL" $((home03 + 13)) 1)$(peek "$VOL" $((home04 + 13)) 1)" = "6b7c" ]
+# A rollback whose processed track does not hold the copy's image is refused.
+changeTrack $home04 7d
+poke "$VOL" $((home04 + SLOT - 16)) 00000000000000000000000000000000
+expect_status 1 "rollback --resume refuses a track that was not rolled back" "$TOOL" version rollback "$VOL" --resume
+check "refusal explained" contains "nothing was changed" "$WORK/err"
+check "copy kept" [ "$(size "$VOL")" -eq $((dataEnd + SLOT)) ]
+truncate -s "$dataEnd" "$VOL"
+
 expect_status 0 "disable" "$TOOL" version disable "$VOL"
 check "disable report" contains "version 1 disabled; versioning is now off" "$WORK/out"
 check "header cleared" [ "$(peek "$VOL" 26 8)" = "0000000000000000" ]

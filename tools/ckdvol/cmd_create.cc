@@ -7,6 +7,7 @@
 // SIGHUP) is removed again, so no unusable half-written volume stays behind.
 #include <signal.h>
 #include <time.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,6 +26,16 @@ namespace ckdvol_tool {
 namespace {
 
 using F = EmulatedCKDfile;
+
+constexpr unsigned long long kUnknownFree = ~0ull;
+
+// Bytes an unprivileged writer may still use on the file system that holds
+// `path` (kUnknownFree when that cannot be found out).
+unsigned long long freeBytesAt(const std::string& path) {
+  struct statvfs st;
+  if (::statvfs(path.c_str(), &st) != 0) return kUnknownFree;
+  return static_cast<unsigned long long>(st.f_bavail) * st.f_frsize;
+}
 
 // Cylinder numbers have at most 28 bits on the volume.
 constexpr unsigned long long kMaxCylinders = 0x0FFFFFFF;
@@ -235,6 +246,19 @@ int runCreate(const CreateOptions& o) {
   const unsigned short modelNumber = f.model;
   const bool rounded = f.cylindersRounded != 0;
   const long long size = f.getMaxOffset();
+
+  // Initialisation writes every slot: refuse at once, rather than after
+  // filling the disk, when the file system cannot hold the volume.
+  const unsigned long long available = freeBytesAt(o.path);
+  if (available != kUnknownFree && static_cast<unsigned long long>(size) > available) {
+    SignalBlock block;
+    gCleanupArmed = 0;
+    f.close();
+    ::unlink(o.path.c_str());
+    restoreDefaultHandlers();
+    return fail(o.path, "the volume needs " + std::to_string(size) + " bytes but its file system has " +
+                            std::to_string(available) + " free; nothing was created");
+  }
 
   errno = 0;
   rc = f.initialize(onCylinder, &progress, !o.noFormat);

@@ -31,7 +31,7 @@ constexpr size_t kBytesPerLine = 16;
 // One dump line: offset within the field, hex bytes, EBCDIC text.
 std::string dumpLine(const unsigned char* p, size_t offset, size_t n) {
   std::string line;
-  char buf[8];
+  char buf[24];
   std::snprintf(buf, sizeof buf, "%06zx ", offset);
   line += buf;
   for (size_t i = 0; i < kBytesPerLine; ++i) {

@@ -6,12 +6,14 @@
 // opens it read-write, which also makes a pending version active (the header
 // then says so); the report mentions it when that happens.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -190,7 +192,8 @@ std::string doVersionFailure(const F& f, int rc) {
     case ckdvol::kDoVersionHomeNoLink:
       return "a saved copy's track, " + at + ", no longer links to it (" +
              (rc == ckdvol::kDoVersionHomeNoMarker ? "its trailer has no \"VER0\"" : "its trailer links elsewhere") +
-             "); an interrupted commit or rollback leaves its processed copies behind like this";
+             "); an interrupted commit or rollback leaves its processed copies behind like this: "
+             "run the same action again with --resume";
     case ckdvol::kDoVersionTrackMismatch:
       return "a saved copy and its track, " + at + ", name different tracks in their home addresses";
     case ckdvol::kDoVersionHomeWrite:
@@ -204,7 +207,92 @@ std::string doVersionFailure(const F& f, int rc) {
   }
 }
 
-int runDoVersion(const std::string& path, int operation) {
+
+// What commit (or rollback) leaves in a home slot it has processed: commit
+// keeps the track's contents and copies the saved copy's trailer over the
+// home trailer (a zero trailer when that version was 0); rollback writes the
+// saved copy back whole with the same trailer rule. Either way the home slot
+// no longer links to the copy, so a second run stops there.
+bool homeShowsProcessed(const unsigned char* copy, const unsigned char* home, unsigned int slot,
+                        int operation) {
+  using namespace ckdvol;
+  const unsigned char* copyTrailer = trailerOf(copy, slot);
+  const unsigned char* homeTrailer = trailerOf(home, slot);
+  unsigned char expected[kTrailerSize];
+  if (trailerVersion(copyTrailer) == 0) {
+    std::memset(expected, 0, sizeof expected);
+  } else {
+    std::memcpy(expected, copyTrailer, sizeof expected);
+  }
+  if (std::memcmp(homeTrailer, expected, kTrailerSize) != 0) return false;
+  if (operation == kVersionRollback) {
+    return std::memcmp(home, copy, slot - kTrailerSize) == 0;
+  }
+  return true;
+}
+
+// Resuming an interrupted commit or rollback. The walk runs from the newest
+// copy backwards, so the copies an interrupted run processed are the newest
+// ones: each such copy's home slot holds exactly what the run writes there.
+// Those copies are cut off the file (they are no longer needed: their tracks
+// are already committed or rolled back); the walk stops at the first copy
+// whose home slot still links to it, and the normal operation then handles
+// the rest. Anything else is refused and nothing is changed.
+// Returns 0 (with the number of copies cut in `cut`) or an exit status.
+int cutProcessedCopies(F& f, const std::string& path, int operation, long long& cut) {
+  using namespace ckdvol;
+  cut = 0;
+  const unsigned int slot = f.trackSlotSize;
+  const long long dataEnd = f.getMaxOffset();
+  const long long size = fileLength(f);
+  if (dataEnd < 0 || size < 0) return fail(path, "cannot find the end of the file");
+  std::vector<unsigned char> copy(slot), home(slot);
+  long long keepEnd = dataEnd + ((size - dataEnd) / slot) * slot;
+  if (size < dataEnd) keepEnd = size;
+  for (long long p = keepEnd - slot; p >= dataEnd; p -= slot) {
+    if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) {
+      return fail(path, "cannot read the saved copy at file offset " + std::to_string(p));
+    }
+    const unsigned char* t = trailerOf(copy.data(), slot);
+    if (!trailerHasMarker(t)) {
+      return fail(path, slotText(f, static_cast<unsigned long long>(p)) +
+                            " is not a saved copy; nothing was changed");
+    }
+    unsigned long long h = trailerLink(t);
+    if (h == 0) {
+      const unsigned char* q = copy.data();
+      unsigned char flag;
+      unsigned int cyl, head;
+      f.getHA(q, flag, cyl, head);
+      const long long offset = f.getOffset(cyl, static_cast<unsigned short>(head), 0, true);
+      if (offset < 0) return fail(path, "a saved copy names a track outside the volume; nothing was changed");
+      h = static_cast<unsigned long long>(offset);
+    }
+    if (f.readRawTrack(h, home.data()) != 0) {
+      return fail(path, "cannot read " + slotText(f, h) + "; nothing was changed");
+    }
+    const unsigned char* ht = trailerOf(home.data(), slot);
+    if (trailerHasMarker(ht) && trailerLink(ht) == static_cast<unsigned long long>(p)) {
+      break;  // still pending: this copy and all older ones stay
+    }
+    if (!homeShowsProcessed(copy.data(), home.data(), slot, operation)) {
+      return fail(path, slotText(f, h) + " neither links to its saved copy nor holds what an interrupted " +
+                            (operation == kVersionCommit ? "commit" : "rollback") +
+                            " writes there; nothing was changed");
+    }
+    keepEnd = p;
+    ++cut;
+  }
+  if (cut > 0) {
+    if (::ftruncate(f.fileDescriptor, static_cast<off_t>(keepEnd)) != 0) {
+      return fail(path, "cannot cut the processed copies off the file: " + std::string(std::strerror(errno)));
+    }
+    ::fdatasync(f.fileDescriptor);
+  }
+  return kExitOk;
+}
+
+int runDoVersion(const std::string& path, int operation, bool resume) {
   F f;
   if (int status = openForUpdate(f, path)) return status;
   const char* verb = operation == ckdvol::kVersionCommit     ? "commit"
@@ -215,6 +303,12 @@ int runDoVersion(const std::string& path, int operation) {
     return kExitOk;
   }
   const long long before = fileLength(f);
+  if (resume) {
+    long long cut = 0;
+    if (int status = cutProcessedCopies(f, path, operation, cut)) return status;
+    std::printf("%s: resuming: %s already processed by the interrupted run cut off the file\n",
+                path.c_str(), copiesText(cut).c_str());
+  }
   const int rc = f.doVersion(-1, operation);
   if (rc < 0) {
     std::string done = operation == ckdvol::kVersionVerify
@@ -250,12 +344,16 @@ const CommandRegistration kRegistration(Command{
       struct Args {
         std::string action;
         std::string file;
+        bool resume = false;
       };
       auto args = std::make_shared<Args>();
       app.add_option("ACTION", args->action, "status, enable, disable, commit, rollback or verify")
           ->required()
           ->check(CLI::IsMember({"status", "enable", "disable", "commit", "rollback", "verify"}));
       app.add_option("FILE", args->file, "Volume file")->required();
+      app.add_flag("--resume", args->resume,
+                   "commit/rollback: finish a run that was interrupted (cuts off the copies it had\n"
+                   "already processed, after checking each one's track holds what that run writes)");
       app.footer(
           "While a version is active, the first change of a track saves its former image\n"
           "behind the last track of the file. Actions:\n"
@@ -269,15 +367,21 @@ const CommandRegistration kRegistration(Command{
           "  verify    check that every saved copy and its track link to each other\n"
           "All actions but status open the volume read-write, which makes a pending\n"
           "version active. Exit status 0 on success, 1 with a message naming the file\n"
-          "and the cause otherwise.");
+          "and the cause otherwise. A commit or rollback that was interrupted (power\n"
+          "loss, kill) stops at the first copy it had processed; run it again with\n"
+          "--resume to finish it.");
       return [args]() -> int {
         const std::string& a = args->action;
         if (a == "status") return runStatus(args->file);
         if (a == "enable") return runEnable(args->file);
         if (a == "disable") return runDisable(args->file);
-        if (a == "commit") return runDoVersion(args->file, ckdvol::kVersionCommit);
-        if (a == "rollback") return runDoVersion(args->file, ckdvol::kVersionRollback);
-        return runDoVersion(args->file, ckdvol::kVersionVerify);
+        const bool resume = args->resume;
+        if (resume && a != "commit" && a != "rollback") {
+          return failWith(kExitUsage, "--resume goes with commit or rollback");
+        }
+        if (a == "commit") return runDoVersion(args->file, ckdvol::kVersionCommit, resume);
+        if (a == "rollback") return runDoVersion(args->file, ckdvol::kVersionRollback, resume);
+        return runDoVersion(args->file, ckdvol::kVersionVerify, false);
       };
     }});
 
