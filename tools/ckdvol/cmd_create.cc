@@ -235,6 +235,10 @@ int runCreate(const CreateOptions& o) {
     }
     gCleanupArmed = 1;
   }  // a signal that arrived meanwhile is handled here, with the file armed
+  // The new file is ours alone (O_EXCL); the lock keeps other ckdvol runs
+  // from reading it half-written.
+  VolumeLock lock;
+  lock.acquire(o.path, true);
 
   Progress progress;
   progress.bytesPerStep = static_cast<unsigned long long>(f.tracksPerCylinder) * f.trackSlotSize;

@@ -40,6 +40,8 @@ std::string address(const DscbOptions& o) {
 int runDscb(const DscbOptions& o) {
   if (o.head > 0xFFFF) return failWith(kExitUsage, "HEAD is a number up to 65535");
   if (o.rec > 0xFF) return failWith(kExitUsage, "REC is a number up to 255");
+  VolumeLock lock;
+  if (int status = lock.acquire(o.path, false)) return status;
   F f;
   const int orc = f.open(o.path.c_str(), true);
   if (orc < 0) {

@@ -56,6 +56,8 @@ std::string fieldText(const unsigned char* p, int length) {
 }
 
 int runInfo(const std::string& path, bool json) {
+  VolumeLock lock;
+  if (int status = lock.acquire(path, false)) return status;
   EmulatedCKDfile f;
   const int rc = f.open(path.c_str(), true);
   if (rc < 0) {

@@ -47,6 +47,7 @@ std::string hex(unsigned value, int width) {
 
 // An open volume and the data set on it.
 struct OpenPds {
+  VolumeLock lock;  // exclusive for replace, else shared; released last
   EmulatedCKDfile file;
   DskVolume volume;
   std::unique_ptr<Bpam> pds;
@@ -62,6 +63,7 @@ struct OpenPds {
 std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn, bool readOnly,
                                  int& status) {
   std::unique_ptr<OpenPds> p(new OpenPds());
+  if ((status = p->lock.acquire(path, !readOnly)) != kExitOk) return nullptr;
   int rc = p->file.open(path.c_str(), readOnly);
   if (rc < 0) {
     status = fail(path, std::string("cannot open the volume: ") +

@@ -69,6 +69,8 @@ void dumpField(const char* name, const unsigned char* p, size_t n) {
 }
 
 int runTrack(const std::string& path, unsigned cyl, unsigned head, unsigned cell) {
+  VolumeLock lock;
+  if (int status = lock.acquire(path, false)) return status;
   F f;
   const int orc = f.open(path.c_str(), true);
   if (orc < 0) {

@@ -103,6 +103,8 @@ void trackAddress(const F& f, unsigned long long index, unsigned short& cell, un
 }
 
 int runVerify(const std::string& path, bool repair) {
+  VolumeLock lock;
+  if (int status = lock.acquire(path, repair)) return status;
   F f;
   const int rc = f.open(path.c_str(), !repair);
   if (rc < 0) {

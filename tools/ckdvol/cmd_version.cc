@@ -76,7 +76,8 @@ std::string queryFailure(int rc) {
 
 // Opens read-write and says whether that made a pending version active.
 // Returns 0, or the exit status after a message.
-int openForUpdate(F& f, const std::string& path) {
+int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
+  if (int status = lock.acquire(path, true)) return status;
   F peek;
   int rc = peek.open(path.c_str(), true);
   if (rc < 0) return fail(path, openFailure(peek, rc));
@@ -92,6 +93,8 @@ int openForUpdate(F& f, const std::string& path) {
 }
 
 int runStatus(const std::string& path) {
+  VolumeLock lock;
+  if (int status = lock.acquire(path, false)) return status;
   F f;
   const int rc = f.open(path.c_str(), true);
   if (rc < 0) return fail(path, openFailure(f, rc));
@@ -120,8 +123,9 @@ int runStatus(const std::string& path) {
 }
 
 int runEnable(const std::string& path) {
+  VolumeLock lock;
   F f;
-  if (int status = openForUpdate(f, path)) return status;
+  if (int status = openForUpdate(f, lock, path)) return status;
   const int active = f.activeVersion;
   switch (const int rc = f.enableVersion()) {
     case ckdvol::kEnableOk:
@@ -146,8 +150,9 @@ int runEnable(const std::string& path) {
 }
 
 int runDisable(const std::string& path) {
+  VolumeLock lock;
   F f;
-  if (int status = openForUpdate(f, path)) return status;
+  if (int status = openForUpdate(f, lock, path)) return status;
   const int active = f.activeVersion;
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
@@ -293,8 +298,9 @@ int cutProcessedCopies(F& f, const std::string& path, int operation, long long& 
 }
 
 int runDoVersion(const std::string& path, int operation, bool resume) {
+  VolumeLock lock;
   F f;
-  if (int status = openForUpdate(f, path)) return status;
+  if (int status = openForUpdate(f, lock, path)) return status;
   const char* verb = operation == ckdvol::kVersionCommit     ? "commit"
                      : operation == ckdvol::kVersionRollback ? "roll back"
                                                              : "verify";

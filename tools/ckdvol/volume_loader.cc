@@ -52,6 +52,7 @@ std::string vtocCause(int reason, const DiskLabel& label) {
 }  // namespace
 
 int loadVolume(const std::string& path, bool withVtoc, LoadedVolume& v) {
+  if (int status = v.lock.acquire(path, false)) return status;
   const int rc = v.file.open(path.c_str(), true);
   if (rc < 0) {
     const std::string cause = rc == EmulatedCKDfile::kOpenCannotOpen ? std::strerror(errno) : v.file.errorText;

@@ -11,12 +11,14 @@
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "volume/dsk_volume.h"
+#include "tool_util.h"
 
 namespace ckdvol_tool {
 
 // A volume file opened read-only and the handle that borrows it. The handle
 // is declared last, so it is closed before the file.
 struct LoadedVolume {
+  VolumeLock lock;  // shared: released after the file is closed
   EmulatedCKDfile file;
   DskVolume volume;
   ~LoadedVolume() { volume.close(); }
