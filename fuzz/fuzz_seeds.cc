@@ -237,6 +237,7 @@ void vtocSeeds() {
                    format5Dscb({{20, 1, 0}, {25, 0, 3}}), emptyDscb(), formatIdDscb(0xF2)});
     vtocSeed(vol, "chains");
     vtocSeed(vol, "chains-rw", 1);
+    vtocSeed(vol, "chains-by-file-verify", 6);
   }
   {
     // A VTOC over three tracks (8 DSCBs a track), many data sets.
@@ -320,6 +321,9 @@ void pdsSeeds() {
   PdsSeedSpec fb;
   fb.extents = {{0, 9}, {10, 19}};
   fb.member = "alpha";
+  PdsSeedSpec verify = fb;
+  verify.control = 3;
+  pdsSeed("fb80-verify", verify, {{"ALPHA", textBlocks("ALPHA", 40, 80, 10), {}}});
   pdsSeed("fb80", fb,
           {{"ALPHA", textBlocks("ALPHA", 40, 80, 10), Bytes(6, 0x22)},
            {"BETA", textBlocks("BETA", 3, 80, 10), {}},

@@ -7,7 +7,8 @@
 //
 // Input:
 //   byte 0      control: bit 0 opens read-write (else read-only), bit 1 opens
-//               the volume file first and hands it to DskVolume::open(file)
+//               the volume file first and hands it to DskVolume::open(file),
+//               bit 2 (with bit 1) sets verifyTracks on that file first
 //   bytes 1...  the slot images of tracks 0/0, 0/1, 0/2 and 0/3 back to back,
 //               4096 bytes each; a short last piece overlays only the start of
 //               its slot, the rest of the slot keeps the initialised image
@@ -81,6 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int rc;
   if (byFile) {
     FUZZ_CHECK(own.open(fx->file.path(), readOnly) == 0);
+    own.verifyTracks = (data[0] & 4) != 0;
     rc = volume.open(&own);
   } else {
     rc = volume.open(fx->file.path(), readOnly);
