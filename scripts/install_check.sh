@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs ckdvol into a scratch prefix and builds the example program against
+# the installed package both ways (CMake find_package and pkg-config), then
+# runs the installed tool and both example builds on a fresh volume.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+build=${INSTALL_BUILD_DIR:-build-install}
+prefix="$root/$build/prefix"
+rm -rf "$prefix" "$build/example-cmake" "$build/example-make" "$build/work"
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCKDVOL_BUILD_TESTS=OFF \
+      -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
+cmake --build "$build" -j"$(nproc)"
+cmake --install "$build" >/dev/null
+
+libdir=$(ls -d "$prefix"/lib*/ | head -n 1)
+libdir=${libdir%/}
+test -L "$libdir/libckdvol.so" || { echo "install: libckdvol.so link missing"; exit 1; }
+soname=$(objdump -p "$libdir/libckdvol.so" | awk '/SONAME/ {print $2}')
+test -e "$libdir/$soname" || { echo "install: soname $soname missing"; exit 1; }
+test -f "$prefix/include/ckdvol/ckdvol.h" || { echo "install: headers missing"; exit 1; }
+test ! -e "$prefix/include/ckdvol/common/byte_order.h" || { echo "install: internal header installed"; exit 1; }
+
+# find_package(ckdvol)
+cmake -S examples -B "$build/example-cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$build/example-cmake" >/dev/null
+# pkg-config
+mkdir -p "$build/example-make"
+PKG_CONFIG_PATH="$libdir/pkgconfig" make -s -C examples -f Makefile \
+  list_and_read >/dev/null
+mv examples/list_and_read "$build/example-make/"
+
+mkdir -p "$build/work"
+vol="$build/work/install-check.ckd"
+"$prefix/bin/ckdvol" create "$vol" D600 --cylinders 3 >/dev/null
+for exe in "$build/example-cmake/list_and_read" "$build/example-make/list_and_read"; do
+  out=$("$exe" "$vol")
+  grep -q "VTOC listing of volume serial 0X0123" <<<"$out" || { echo "install: $exe listing wrong"; exit 1; }
+  grep -q "End of VTOC list" <<<"$out" || { echo "install: $exe listing incomplete"; exit 1; }
+done
+rm -rf "$build/work"
+echo "install check: library, headers, tool, pkg-config and CMake package all usable"
