@@ -210,8 +210,6 @@ int DiskVtoc::initialize(EmulatedCKDfile& file, DiskLabel& label) {
   const long long walkLimit = trackIndex(lastCyl, lastHead);
 
   // The walk: every record after the Format-4 DSCB up to the limit's track.
-  const int firstNewF1 = f1List.count;
-  const int firstNewF8 = f8List.count;
   for (int made = 0; made < kMaxWalkDscbs;) {
     ref = file.locateNext(ref, true);
     if (ref == nullptr) break;
@@ -268,15 +266,16 @@ int DiskVtoc::initialize(EmulatedCKDfile& file, DiskLabel& label) {
     }
   }
 
-  // Chains of the data set DSCBs filed by this call.
+  // Chains of every data set DSCB held, also those filed by an earlier call
+  // (whose chains are then appended a second time).
   ChainBudget budget;
-  for (int i = firstNewF1; i < f1List.count; ++i) {
+  for (int i = 0; i < f1List.count; ++i) {
     Format1DSCB* f1 = f1List.get(i);
     if (f1 == nullptr) continue;
     f1->getF3dscbLoc(cyl, head, rec);
     followFormat3Chain(file, cyl, head, rec, f1->f3List, budget);
   }
-  for (int i = firstNewF8; i < f8List.count; ++i) {
+  for (int i = 0; i < f8List.count; ++i) {
     Format8DSCB* f8 = f8List.get(i);
     if (f8 == nullptr) continue;
     f8->getF9dscbLoc(cyl, head, rec);

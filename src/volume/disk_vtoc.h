@@ -81,8 +81,9 @@ class CKDVOL_EXPORT DiskVtoc {
 
   // Reads the VTOC of the open volume `file` starting at the address that
   // `label` holds. Does not reset first: called twice it replaces the
-  // Format-4 DSCB and adds the DSCBs again (the chains are followed for the
-  // data set DSCBs filed by this call only). Results:
+  // Format-4 DSCB and adds the DSCBs again; the chains are then followed for
+  // every data set DSCB held, so earlier ones get their chained DSCBs
+  // appended once more. Results:
   //   0  the VTOC was read (chain failures are silent: a chain ends there);
   //  -1  errno ENOENT: `label` holds no label;
   //  -1  errno EIO: the first VTOC track could not be read;

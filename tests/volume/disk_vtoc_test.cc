@@ -433,6 +433,37 @@ TEST(DiskVtoc, Format9AndFormat3ChainsOfFormat8Dscbs) {
   EXPECT_EQ(0, text.compare(line, 19, "          DSCBKey: "));
 }
 
+TEST(DiskVtoc, SecondInitializeFollowsTheChainsOfEveryHeldDscbAgain) {
+  TestVolume vol;
+  // 0/1: 2 F1 ONE (-> F3 at 3), 3 F3, 4 F8 EIGHT (-> F9 at 5), 5 F9 (F3 at 6), 6 F3.
+  DataSetSpec one = dataSet("ONE");
+  one.next = Cchhr{0, 1, 3};
+  DataSetSpec eight = dataSet("EIGHT");
+  eight.next = Cchhr{0, 1, 5};
+  vol.writeVtoc({format1Dscb(one), format3Dscb({}), format8Dscb(eight),
+                 format9Dscb({Cchhr{0, 1, 6}}), format3Dscb({})});
+  DiskLabel label;
+  ASSERT_EQ(0, label.initialize(vol.file()));
+  DiskVtoc vtoc;
+  ASSERT_EQ(0, vtoc.initialize(vol.file(), label));
+  ASSERT_EQ(1, vtoc.f1List[0]->f3List.count);
+  ASSERT_EQ(1, vtoc.f8List[0]->f9List.count);
+
+  // Not reset: the walk files ONE and EIGHT again, and the chain steps run
+  // over every entry of f1List and f8List, the earlier ones included.
+  ASSERT_EQ(0, vtoc.initialize(vol.file(), label));
+  ASSERT_EQ(2, vtoc.f1List.count);
+  ASSERT_EQ(2, vtoc.f8List.count);
+  EXPECT_EQ(2, vtoc.f1List[0]->f3List.count);
+  EXPECT_EQ(1, vtoc.f1List[1]->f3List.count);
+  EXPECT_EQ(2, vtoc.f8List[0]->f9List.count);
+  EXPECT_EQ(2, vtoc.f8List[0]->f3List.count);
+  EXPECT_EQ(1, vtoc.f8List[1]->f9List.count);
+  EXPECT_EQ(1, vtoc.f8List[1]->f3List.count);
+  EXPECT_EQ(3, vtoc.f1List[0]->f3List[1]->rec);
+  EXPECT_EQ(6, vtoc.f8List[0]->f3List[1]->rec);
+}
+
 TEST(DiskVtoc, LocateDataset) {
   TestVolume vol;
   const std::string longName = "A2345678.B2345678.C2345678.D2345678.E2345678";  // 44
