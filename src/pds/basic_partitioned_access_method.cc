@@ -240,7 +240,9 @@ bool BasicPartionedAccessMethod::getExtent(int index, int& lowCyl, int& lowHead,
 
 bool BasicPartionedAccessMethod::tt2cchh(int relativeTrack, int& cylinder, int& head) const {
   const EmulatedCKDfile* file = volume.file;
-  if (relativeTrack < 0 || file == nullptr || file->tracksPerCylinder == 0) return false;
+  // A negative relativeTrack is not refused: it falls in the first extent
+  // whose track count exceeds it, before that extent's first track.
+  if (file == nullptr || file->tracksPerCylinder == 0) return false;
   // 64-bit arithmetic: extents of a damaged DSCB may carry any track counts.
   long long t = relativeTrack;
   for (int i = 0; i < extents.count; ++i) {

@@ -166,8 +166,9 @@ class CKDVOL_EXPORT BasicPartionedAccessMethod {
   // Cylinder and head of the track `relativeTrack` tracks from the data set's
   // start, counting each extent's `tracks` in extent order, then spreading
   // the extent's lowHead + remainder over the volume's real heads per
-  // cylinder. False when the track lies beyond the extents, when
-  // `relativeTrack` is negative, or when no volume file is open.
+  // cylinder (integer division, so a negative `relativeTrack` gives a track
+  // before the extent, possibly with a negative head). False when the track
+  // lies beyond the extents or when no volume file is open.
   bool tt2cchh(int relativeTrack, int& cylinder, int& head) const;
 
   // Reads member `name` (ASCII, any case; compared upper-cased with the

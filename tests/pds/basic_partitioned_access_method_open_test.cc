@@ -387,7 +387,11 @@ TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
   }
   int cyl, head;
   EXPECT_FALSE(o.pds.tt2cchh(13, cyl, head));
-  EXPECT_FALSE(o.pds.tt2cchh(-1, cyl, head));
+  // A negative track is not refused: -1 is below the first extent's 2 tracks,
+  // so head = -1 + 0, cylinder = 1 + (-1 / 15) = 1, head = -1 % 15 = -1.
+  ASSERT_TRUE(o.pds.tt2cchh(-1, cyl, head));
+  EXPECT_EQ(1, cyl);
+  EXPECT_EQ(-1, head);
 
   EXPECT_EQ(8, at.memberTT[2]);
   ASSERT_EQ(0, o.pds.readMember("gamma"));
@@ -423,6 +427,11 @@ TEST(PdsExtentTest, RelativeTracksOnFifteenHeads) {
   }
   int cyl, head;
   EXPECT_FALSE(o.pds.tt2cchh(40, cyl, head));
+  // Negative tracks count back from the first extent (5/0): -16 gives
+  // head -16, cylinder 5 + (-16 / 15) = 4, head -16 % 15 = -1.
+  ASSERT_TRUE(o.pds.tt2cchh(-16, cyl, head));
+  EXPECT_EQ(4, cyl);
+  EXPECT_EQ(-1, head);
   o.pds.extents.add(nullptr);  // an empty slot is passed over
   addExtent(o.pds, 1, 14, 2);
   ASSERT_TRUE(o.pds.tt2cchh(41, cyl, head));
