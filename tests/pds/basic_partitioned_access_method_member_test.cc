@@ -298,5 +298,56 @@ TEST(PdsReplaceMemberTest, NullSlotsAndFullLengthRecordsAreWrittenAsGiven) {
   EXPECT_EQ("YY" + std::string(78, '\x40'), recordBytes(f.pds.records[2]));
 }
 
+TEST(PdsReplaceMemberTest, ABlockThatWriteDRefusesGivesMinus15) {
+  // The member's only block ends exactly where the record area ends (slot
+  // size - 24): the track holds it, but writeD refuses to rewrite it.
+  TestVolume vol;
+  const int dataLimit = static_cast<int>(vol.file().trackSlotSize) - 24;
+  const int blockLength = dataLimit - 5 - 16 - 8;  // home address, record zero, count field
+  ASSERT_LE(blockLength, 65535);
+  DataSetSpec ds = pdsDataSet("TEST.PDS", static_cast<uint16_t>(blockLength),
+                              static_cast<uint16_t>(blockLength), {{1, 0, 1, 14}});
+  vol.writeVtoc({format1Dscb(ds)});
+  vol.setRecords(1, 0,
+                 {directoryRecord(1, {}, directoryBlock({dirEntry("EDGE", 1, 1), endEntry()})),
+                  eofRecord(2)});
+  vol.setRecords(1, 1, {dataRecord(1, Bytes(static_cast<size_t>(blockLength), 0xC1))});
+  vol.setRecords(1, 2, {eofRecord(1)});
+  DskVolume dsk;
+  ASSERT_EQ(0, dsk.open(&vol.file()));
+  Bpam pds(dsk);
+  ASSERT_EQ(0, pds.openDataset("TEST.PDS"));
+  ASSERT_EQ(0, pds.readMember("EDGE"));
+  ASSERT_EQ(1, pds.records.count);
+  ASSERT_EQ(0, pds.setRecord(0, "X", 1));
+  errno = 0;
+  EXPECT_EQ(Bpam::kReplaceBlockWrite, pds.replaceMember("EDGE"));
+  EXPECT_EQ(EIO, errno);
+  EXPECT_EQ(-15, Bpam::kReplaceBlockWrite);
+  dsk.close();
+  vol.close();
+  vol.reopen();
+  std::vector<Record> track = vol.readRecords(1, 1);
+  ASSERT_EQ(1u, track.size());
+  EXPECT_TRUE(track[0].data == Bytes(static_cast<size_t>(blockLength), 0xC1));  // unchanged
+}
+
+TEST(PdsReplaceMemberTest, ATrackThatCannotBeWrittenBackGivesMinus16) {
+  PdsFixture f({{"M", textBlocks("OLD", 3, 80, 3), {}}});
+  f.dsk.close();
+  f.vol.reopen(true);  // read-only: the write-back of the changed track fails
+  ASSERT_EQ(0, f.dsk.open(&f.vol.file()));
+  ASSERT_EQ(0, f.pds.setRecord(0, "A", 1));
+  ASSERT_EQ(0, f.pds.setRecord(1, "B", 1));
+  ASSERT_EQ(0, f.pds.setRecord(2, "C", 1));
+  errno = 0;
+  EXPECT_EQ(Bpam::kReplaceTrackWrite, f.pds.replaceMember("M"));
+  EXPECT_EQ(EIO, errno);
+  EXPECT_EQ(-16, Bpam::kReplaceTrackWrite);
+  // The block was rewritten in the track buffer; forget it so that closing
+  // does not try the write-back again.
+  f.vol.file().trackDirty = 0;
+}
+
 }  // namespace
 }  // namespace ckdvol_test

@@ -399,6 +399,39 @@ TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
   EXPECT_EQ(0, std::memcmp(ebcdicPadded("G 6", 80).data(), o.pds.records[6]->text(), 80));
 }
 
+TEST(PdsExtentTest, ExtentsTheDscbCannotSupplyAreStillAdded) {
+  TestVolume vol;
+  // NbrExts 5, one extent filled in, no Format-3 DSCB chained.
+  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 1, 14}});
+  ds.nbrExts = 5;
+  vol.writeVtoc({format1Dscb(ds)});
+  vol.setRecords(1, 0, {directoryRecord(1, {}, directoryBlock({endEntry()})), eofRecord(2)});
+  Opened o;
+  ASSERT_EQ(0, openOn(vol, o, "TEST.PDS"));
+  ASSERT_EQ(5, o.pds.extents.count);
+  EXPECT_EQ(15, o.pds.extents[0]->tracks);  // 1/0 .. 1/14
+  // Extents 2 and 3 are the record's zero CCHH fields: 0/0 .. 0/0, 1 track.
+  for (int i = 1; i < 3; ++i) {
+    EXPECT_EQ(0, o.pds.extents[i]->lowCyl) << i;
+    EXPECT_EQ(0, o.pds.extents[i]->highTrackIndex) << i;
+    EXPECT_EQ(1, o.pds.extents[i]->tracks) << i;
+  }
+  // Extents 4 and 5 would lie in a Format-3 DSCB: all -1, 0 tracks.
+  for (int i = 3; i < 5; ++i) {
+    const Bpam::Extent* e = o.pds.extents[i];
+    ASSERT_NE(nullptr, e) << i;
+    for (int v : {e->lowCyl, e->lowHead, e->highCyl, e->highHead, e->lowTrackIndex,
+                  e->highTrackIndex})
+      EXPECT_EQ(-1, v) << i;
+    EXPECT_EQ(0, e->tracks) << i;
+  }
+  int cyl, head;
+  ASSERT_TRUE(o.pds.tt2cchh(16, cyl, head));  // the second one-track extent
+  EXPECT_EQ(0, cyl);
+  EXPECT_EQ(0, head);
+  EXPECT_FALSE(o.pds.tt2cchh(17, cyl, head));  // the empty extents hold no track
+}
+
 // Extents pushed by hand: tt2cchh needs only them and the volume's heads.
 void addExtent(Bpam& pds, int lowCyl, int lowHead, int tracks) {
   Bpam::Extent* e = new Bpam::Extent();
