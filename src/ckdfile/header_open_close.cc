@@ -95,10 +95,13 @@ int EmulatedCKDfile::create(const char* path, CKDtype type, int cylinderCount) {
     }
     setCylinders(count);
   } else {
-    // A multiple of the default count. Products beyond a signed 32-bit count
-    // cannot be a volume and are refused as too large for any type.
-    int64_t product = -static_cast<int64_t>(cylinderCount) * static_cast<int64_t>(cylinders);
-    if (product > INT32_MAX || (product > kMaxSmallCylinders && type != D600)) {
+    // A multiple of the default count, in signed 32-bit arithmetic: the
+    // magnitude and the product wrap modulo 2^32, and a product that wraps
+    // below zero is not above 65520, so it passes for every type and is
+    // stored as the unsigned count of the same bits.
+    const uint32_t magnitude = 0u - static_cast<uint32_t>(cylinderCount);
+    const int32_t product = static_cast<int32_t>(magnitude * cylinders);
+    if (product > static_cast<int32_t>(kMaxSmallCylinders) && type != D600) {
       init(true);
       return kCreateTooLarge;
     }

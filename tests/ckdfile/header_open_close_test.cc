@@ -110,6 +110,35 @@ TEST(Create, CylinderCounts) {
   }
 }
 
+// A negative count times the default count is a signed 32-bit product: it
+// wraps, and only a wrapped value above 65520 is refused for types other
+// than D600.
+TEST(Create, NegativeCountsWrapAsSigned32Bit) {
+  ScopedTempDir dir;
+  {
+    T f;  // D100: 89478486 * 48 = 4294967328 = 2^32 + 32, so 32 cylinders
+    ASSERT_EQ(T::kCreateOk, f.create(dir.file("wrap32").c_str(), T::D100, -89478486));
+    EXPECT_EQ(32u, f.cylinders);
+    EXPECT_EQ(1, f.model);
+  }
+  {
+    T f;  // D300: 5315764 * 404 = 2147568656, negative as a signed 32-bit value
+    ASSERT_EQ(T::kCreateOk, f.create(dir.file("negative").c_str(), T::D300, -5315764));
+    EXPECT_EQ(2147568656u, f.cylinders);
+    EXPECT_EQ(0, f.largeCylinders);  // only D600 has large cylinders
+    f.close();
+    std::vector<unsigned char> h = readFileBytes(dir.file("negative"), 0, 512);
+    ASSERT_EQ(512u, h.size());
+    EXPECT_EQ(3, h[17]);  // level 3
+    const unsigned char count[4] = {0x10, 0x4C, 0x01, 0x80};  // 0x80014C10 little-endian
+    EXPECT_EQ(0, std::memcmp(count, &h[18], 4));
+    EXPECT_EQ(0, std::memcmp(count, &h[22], 4));
+  }
+  T f;  // D100: 1366 * 48 = 65568 does not wrap and is too large
+  EXPECT_EQ(T::kCreateTooLarge, f.create(dir.file("big").c_str(), T::D100, -1366));
+  EXPECT_EQ(-1, fileSize(dir.file("big")));
+}
+
 TEST(Create, ClosesWhatTheObjectHeld) {
   ScopedTempDir dir;
   T f;
