@@ -2,7 +2,6 @@
 // device type, and the object state that a type establishes (buffer size,
 // heads, cells, default cylinder count and the model derived from it).
 #include <cctype>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -117,13 +116,13 @@ bool EmulatedCKDfile::parseType(const char* text, CKDtype& type, int& model) {
     return true;
   }
   char* end = nullptr;
-  long value = std::strtol(rest, &end, 10);
-  // A value beyond int cannot be stored as a model; it fails like a bad one.
-  if (end == rest || *end != '\0' || value <= 0 || value > INT_MAX) {
+  // The value is stored in the int `model` (modulo 2^32 beyond its range)
+  // and the stored value is tested; an empty text converts to 0.
+  model = static_cast<int>(std::strtol(rest, &end, 10));
+  if (*end != '\0' || model <= 0) {
     model = -1;
     return false;
   }
-  model = static_cast<int>(value);
   return true;
 }
 

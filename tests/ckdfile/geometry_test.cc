@@ -71,7 +71,8 @@ TEST(ParseType, AcceptedTexts) {
 }
 
 TEST(ParseType, BadModelKeepsTheType) {
-  for (const char* text : {"D600-0", "D600-", "D600-3x", "D600--2", "D600x", "D600-AA", "D600-99999999999"}) {
+  for (const char* text : {"D600-0", "D600-", "D600-3x", "D600--2", "D600x", "D600-AA",
+                           "D600-2147483648", "D600-4294967296"}) {  // stored as INT_MIN, 0
     SCOPED_TRACE(text);
     T::CKDtype type;
     int model = 5;
@@ -79,6 +80,19 @@ TEST(ParseType, BadModelKeepsTheType) {
     EXPECT_EQ(T::D600, type);
     EXPECT_EQ(-1, model);
   }
+}
+
+// The model is converted as a long and stored in the int `model`; the stored
+// value decides. Beyond the int range it keeps the low 32 bits.
+TEST(ParseType, ModelIsTestedAfterStoringItInAnInt) {
+  T::CKDtype type;
+  int model = 5;
+  EXPECT_TRUE(T::parseType("D600-4294967297", type, model));  // 2^32 + 1
+  EXPECT_EQ(1, model);
+  EXPECT_TRUE(T::parseType("D600-99999999999", type, model));  // 0x17'4876E7FF
+  EXPECT_EQ(0x4876E7FF, model);
+  EXPECT_TRUE(T::parseType("D600-2147483647", type, model));
+  EXPECT_EQ(2147483647, model);
 }
 
 TEST(ParseType, NoMatchingTypeGivesZero) {
