@@ -142,7 +142,7 @@ const void* EmulatedCKDfile::searchKey(const void* ref, const unsigned char* key
     const unsigned char* recordKey = getRefKey(ref);
     if (kl <= 0 || recordKey == nullptr || kl != keyLength) continue;
     // memcmp reads keyLength bytes of the record: they must lie in the
-    // buffer (getRefKey already refuses keys that reach the trailer).
+    // buffer (getRefKey already refuses keys that run past its end).
     if (static_cast<size_t>(recordKey - trackBuffer) + static_cast<size_t>(kl) > trackSlotSize) {
       continue;
     }

@@ -44,7 +44,8 @@ unsigned int lowByte(unsigned int v) { return v & 0xFF; }
 //   getRefR, getRefKL, getRefDL  1 <= off <= S - 8
 //   getRefCount                  1 <= off <  S - 16
 //   getRefKey, getRefData        as getRefCount, and the key (data) must end
-//                                before the trailer at S - 16
+//                                inside the buffer, so that a caller reading
+//                                KL (DL) bytes stays in it
 
 enum RefStart { kFromBuffer = 0, kAfterBuffer = 1 };
 
@@ -203,24 +204,28 @@ int EmulatedCKDfile::getRefDL(const void* ref) const {
   return off < 0 ? -1 : loadBe16(trackBuffer + off + kCntDL);
 }
 
-// Null when KL is 0, or when the key would reach into the trailer.
+// Null when KL is 0, or when the key would run past the end of the buffer
+// (a key reaching into the trailer is still handed out).
 const unsigned char* EmulatedCKDfile::getRefKey(const void* ref) const {
   const unsigned long trailer = trackSlotSize - kTrailerSize;
   long off = refOffset(trackBuffer, trackSlotSize, ref, kAfterBuffer, trailer);
   if (off < 0) return nullptr;
   const unsigned int kl = trackBuffer[off + kCntKL];
-  if (kl == 0 || static_cast<unsigned long>(off) + kCountSize + kl > trailer) return nullptr;
+  if (kl == 0 || static_cast<unsigned long>(off) + kCountSize + kl > trackSlotSize) return nullptr;
   return trackBuffer + off + kCountSize;
 }
 
-// Null when DL is 0, or when key and data would reach into the trailer.
+// Null when DL is 0, or when key and data would run past the end of the
+// buffer (data reaching into the trailer is still handed out).
 const unsigned char* EmulatedCKDfile::getRefData(const void* ref) const {
   const unsigned long trailer = trackSlotSize - kTrailerSize;
   long off = refOffset(trackBuffer, trackSlotSize, ref, kAfterBuffer, trailer);
   if (off < 0) return nullptr;
   const unsigned int kl = trackBuffer[off + kCntKL];
   const unsigned int dl = loadBe16(trackBuffer + off + kCntDL);
-  if (dl == 0 || static_cast<unsigned long>(off) + kCountSize + kl + dl > trailer) return nullptr;
+  if (dl == 0 || static_cast<unsigned long>(off) + kCountSize + kl + dl > trackSlotSize) {
+    return nullptr;
+  }
   return trackBuffer + off + kCountSize + kl;
 }
 

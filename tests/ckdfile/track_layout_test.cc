@@ -328,20 +328,34 @@ TEST_F(RefTest, ReferencesNearTheEndOfTheBuffer) {
   EXPECT_TRUE(f.getRefCount(at(s - 17), c, h, r, kl, dl));
 }
 
-// A damaged count field whose key or data would run into the trailer gives
-// no key or data pointer, so a caller never reads outside the record area.
-TEST_F(RefTest, KeyOrDataReachingTheTrailerIsRefused) {
+// Key and data are handed out for every reference before the trailer, even
+// when a damaged count field makes them reach into the trailer; only a key or
+// data area that would run past the end of the buffer gives null.
+TEST_F(RefTest, KeyOrDataRunningPastTheBufferIsRefused) {
   const long s = f.trackSlotSize;
   unsigned char* rec = f.trackBuffer + s - 40;
-  const unsigned char fits[8] = {0, 0, 0, 0, 1, 4, 0x00, 20};  // 8 + 4 + 20 = 32: ends at s - 8
-  std::memcpy(rec, fits, 8);
-  EXPECT_EQ(nullptr, f.getRefData(rec));  // reaches 8 bytes into the trailer
-  rec[7] = 12;                            // ends exactly at the trailer
+  const unsigned char intoTrailer[8] = {0, 0, 0, 0, 1, 4, 0x00, 20};  // 8 + 4 + 20: ends at s - 8
+  std::memcpy(rec, intoTrailer, 8);
   EXPECT_EQ(rec + 12, f.getRefData(rec));
   EXPECT_EQ(rec + 8, f.getRefKey(rec));
-  rec[5] = 255;  // key of 255 bytes
+  rec[5] = 255;  // key of 255 bytes: runs 223 bytes past the buffer
   EXPECT_EQ(nullptr, f.getRefKey(rec));
   EXPECT_EQ(nullptr, f.getRefData(rec));
+
+  // s - 17 is the last accepted place; 9 bytes are left behind its count.
+  unsigned char* last = f.trackBuffer + s - 17;
+  const unsigned char key9[8] = {0, 0, 0, 0, 1, 9, 0x00, 0x00};  // KL 9, DL 0: ends at s
+  std::memcpy(last, key9, 8);
+  EXPECT_EQ(last + 8, f.getRefKey(last));
+  EXPECT_EQ(nullptr, f.getRefData(last));  // DL 0
+  last[5] = 10;                            // one byte past the buffer
+  EXPECT_EQ(nullptr, f.getRefKey(last));
+  const unsigned char data9[8] = {0, 0, 0, 0, 1, 0, 0x00, 0x09};  // KL 0, DL 9: ends at s
+  std::memcpy(last, data9, 8);
+  EXPECT_EQ(last + 8, f.getRefData(last));
+  EXPECT_EQ(nullptr, f.getRefKey(last));  // KL 0
+  last[7] = 10;
+  EXPECT_EQ(nullptr, f.getRefData(last));
 }
 
 // The walk stops at the end of the record area (slot - 24), however the
