@@ -77,10 +77,10 @@ int EmulatedCKDfile::readTrack(unsigned int cyl, unsigned short head, unsigned s
 
 // 0: written, or nothing to write (clean, or no current track). -4: verifyTracks
 // set and the image failed verification; nothing written. -6: versioning is in
-// effect and the former image could not be saved; nothing written. -5: the
-// current address no longer lies in the volume (the cylinder count was
-// changed); nothing written. -1/-2: the raw write failed. Every failure leaves
-// the track current and changed.
+// effect and the former image could not be saved; nothing written. -2 also
+// when the current address no longer lies in the volume (the cylinder count
+// was changed): its slot cannot be positioned at; nothing written. -1/-2: the
+// raw write failed. Every failure leaves the track current and changed.
 int EmulatedCKDfile::writeTrack() {
   if (!trackDirty || currentCyl == kNoCyl || currentHead == kNoHeadOrCell ||
       currentCell == kNoHeadOrCell) {
@@ -88,7 +88,7 @@ int EmulatedCKDfile::writeTrack() {
   }
   if (verifyTracks && !verifyTrack(false)) return kTrackVerify;
   const long long offset = getOffset(currentCyl, currentHead, currentCell, true);
-  if (offset < 0) return kTrackRange;
+  if (offset < 0) return kTrackSeek;
 
   const long long copy = versionTrack(static_cast<unsigned long long>(offset));
   if (copy < 0) return kTrackNoCopy;  // all ones: the former image was not saved

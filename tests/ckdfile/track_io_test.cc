@@ -107,6 +107,22 @@ TEST_F(TrackIoTest, WriteTrackWritesOnlyAChangedTrack) {
   EXPECT_TRUE(isCurrent(0, 4));
 }
 
+// The write-back has the codes 0, -4, -1 and -2 only: a current track that
+// the caller's smaller cylinder count puts outside the volume cannot be
+// positioned at (-2), and nothing is written.
+TEST_F(TrackIoTest, WriteBackOfATrackOutsideTheVolumeIsAPositioningFailure) {
+  ASSERT_EQ(T::kTrackOk, f.readTrack(1, 6, 0));
+  f.trackBuffer[400] = 0x3C;
+  f.trackDirty = 1;
+  f.setCylinders(1);
+  EXPECT_EQ(T::kTrackSeek, f.writeTrack());
+  EXPECT_EQ(1, f.trackDirty);
+  EXPECT_TRUE(isCurrent(1, 6));
+  EXPECT_EQ(0, slot(1, 6)[400]);
+  EXPECT_EQ(T::kTrackWriteBack, f.readTrack(0, 0, 0));
+  f.trackDirty = 0;  // let close() go quietly
+}
+
 TEST_F(TrackIoTest, ShortFileGivesMinusOneAndForgetsTheTrack) {
   ASSERT_EQ(T::kTrackOk, f.readTrack(0, 2, 0));
   f.trackBuffer[50] = 0x5E;
