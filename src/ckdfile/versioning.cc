@@ -4,11 +4,11 @@
 // and the copy's trailer links back to the home slot. Commit keeps the new
 // contents, rollback writes the copies back; both cut the copies off again.
 //
-// Copy area: saved copies are whole slots from dataEnd (the offset just past
-// the last track slot) onwards, in the order they were made, so the newest
-// copy is the last whole slot of the file. The walks below step through it
-// in slots counted from dataEnd; bytes after the last whole slot (the stump
-// of a copy whose append was cut short) belong to no copy and are ignored.
+// Copy area: saved copies are whole slots appended at the end of the file,
+// behind dataEnd (the offset just past the last track slot), in the order
+// they were made, so the newest copy is the last slot of the file. The walks
+// below step backwards in slots from the end of the file while the position
+// is at or above dataEnd; a new copy always goes at the end of the file.
 //
 // Version numbers live in the header (little-endian u16 activeVersion at 30,
 // latestVersion at 32, marker "VER0" at 26) and in the members of the same
@@ -36,13 +36,11 @@ long long copyAreaStart(const EmulatedCKDfile& f) {
   return f.getOffset(f.cylinders, 0, 0, false);
 }
 
-// Offset of the last whole slot of the copy area for a file `fileEnd` bytes
-// long, or `fileEnd` - slot when the file does not reach past dataEnd (so the
-// walks below process nothing and a truncation to it + slot keeps the length).
-long long lastCopySlot(long long fileEnd, long long dataEnd, unsigned int slotSize) {
-  if (fileEnd < dataEnd) return fileEnd - static_cast<long long>(slotSize);
-  long long whole = (fileEnd - dataEnd) / slotSize;
-  return dataEnd + (whole - 1) * static_cast<long long>(slotSize);
+// Offset of the last slot of a file `fileEnd` bytes long: where the walks
+// over the copy area start. Below dataEnd the walks process nothing, and a
+// truncation to it + slot keeps the length.
+long long lastCopySlot(long long fileEnd, unsigned int slotSize) {
+  return fileEnd - static_cast<long long>(slotSize);
 }
 
 }  // namespace
@@ -62,25 +60,16 @@ long long EmulatedCKDfile::versionTrack(unsigned long long slotOffset) {
   setTrailerMarker(copyTrailer);  // version and reserved bytes stay as read
   setTrailerLink(copyTrailer, slotOffset);
 
+  // The copy goes at the end of the file, whatever its length.
   off64_t end = ::lseek64(fileDescriptor, 0, SEEK_END);
   if (end < 0) return kVersionTrackFailed;
-  // The copy goes behind the last whole slot of the copy area: on a sound
-  // file that is the end of the file. A damaged file's stump of a slot is
-  // overwritten, and a file that ends short of dataEnd gets its copy at
-  // dataEnd, never inside the track slots.
-  const long long dataEnd = copyAreaStart(*this);
-  const long long position =
-      end < dataEnd ? dataEnd : lastCopySlot(end, dataEnd, trackSlotSize) + trackSlotSize;
-  if (position != end && ::lseek64(fileDescriptor, position, SEEK_SET) != position) {
-    return kVersionTrackFailed;
-  }
   ssize_t written = writeFully(fileDescriptor, copy.get(), trackSlotSize);
   if (written != static_cast<ssize_t>(trackSlotSize)) {
     // Cut a partial copy off again, so that the copy area stays whole slots.
-    if (written > 0) (void)::ftruncate64(fileDescriptor, position);
+    if (written > 0) (void)::ftruncate64(fileDescriptor, end);
     return kVersionTrackFailed;
   }
-  return position;
+  return end;
 }
 
 int EmulatedCKDfile::enableVersion() {
@@ -152,7 +141,7 @@ int EmulatedCKDfile::queryVersion(int& version, int& savedCopies) {
     if (end < 0) return kQueryNoEnd;
     long long dataEnd = copyAreaStart(*this);
     std::unique_ptr<unsigned char[]> slot(new unsigned char[trackSlotSize]);
-    for (long long p = lastCopySlot(end, dataEnd, trackSlotSize); p >= dataEnd; p -= trackSlotSize) {
+    for (long long p = lastCopySlot(end, trackSlotSize); p >= dataEnd; p -= trackSlotSize) {
       if (readRawTrack(static_cast<unsigned long long>(p), slot.get()) != kTrackOk) return kQueryReadCopy;
       // Only the copies made under the active version count; the marker is not examined.
       if (trailerVersion(trailerOf(slot.get(), trackSlotSize)) + 1 != activeVersion) break;
@@ -184,7 +173,7 @@ int EmulatedCKDfile::doVersion(int version, int operation) {
   unsigned char* imageTrailer = trailerOf(image, trackSlotSize);
 
   int processed = 0;
-  long long p = lastCopySlot(end, dataEnd, trackSlotSize);
+  long long p = lastCopySlot(end, trackSlotSize);
   for (; p >= dataEnd; p -= trackSlotSize) {
     if (readRawTrack(static_cast<unsigned long long>(p), copy.get()) != kTrackOk) return kDoVersionCopyRead;
     if (!trailerHasMarker(copyTrailer)) return kDoVersionCopyNoMarker;

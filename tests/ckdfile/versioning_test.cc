@@ -563,21 +563,31 @@ TEST_F(Versioning, InterruptedCommitCanBeVerifiedAndCommittedAgain) {
   EXPECT_EQ(0, f.disableVersion());
 }
 
-// The copy area cut inside a copy (an append that did not finish, or a cut
-// that went too far): the stump is ignored, the track whose copy is gone is
-// found by verifyTrack and mended, and the remaining copies commit.
+// The copy area cut inside a copy. The walks step back in whole slots from
+// the end of the file, so after the cut they meet slots that straddle two
+// copies: the count of queryVersion looks only at the version bytes (zero in
+// those straddling slots, so they count as copies of version 1), while
+// verify and commit stop with -6 at the first one that lacks "VER0".
 TEST_F(Versioning, CopyAreaCutInsideACopy) {
   EmulatedCKDfile f;
   ASSERT_EQ(0, f.open(path.c_str(), false));
   activateNextVersion(f);
-  rewrite(f, 0, 3, 0x33);
-  rewrite(f, 0, 6, 0x66);
-  rewrite(f, 0, 9, 0x99);
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(dataEnd() + 2 * kD600Slot + 1000)));
+  rewrite(f, 0, 3, 0x33);  // copy at dataEnd
+  rewrite(f, 0, 6, 0x66);  // copy at dataEnd + slot
+  rewrite(f, 0, 9, 0x99);  // copy at dataEnd + 2 slots, cut to its first 1000 bytes
+  const unsigned long long cutEnd = dataEnd() + 2 * kD600Slot + 1000;
+  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(cutEnd)));
 
+  // Slots at cutEnd - slot and cutEnd - 2 slots: their last 16 bytes are
+  // bytes 984..999 of the copies of (0, 9) and (0, 6), all zero.
   int version, copies;
   EXPECT_EQ(0, f.queryVersion(version, copies));
   EXPECT_EQ(2, copies);
+  EXPECT_EQ(-6, f.verifyVersion(-1));
+  EXPECT_EQ(-6, f.commitVersion(-1));
+  EXPECT_EQ(static_cast<long long>(cutEnd), fileSize(path));
+
+  // The track whose copy is gone: code 7, the line, and a cleared trailer.
   ASSERT_EQ(0, f.readTrack(0, 9, 0));
   testing::internal::CaptureStdout();
   EXPECT_FALSE(f.verifyTrack(true));
@@ -586,30 +596,41 @@ TEST_F(Versioning, CopyAreaCutInsideACopy) {
   EXPECT_EQ("This is it;; ofs = " + std::to_string(slotOffset(0, 9)) + "\n", out);
   EXPECT_EQ(Bytes(16, 0), trailerAt(path, slotOffset(0, 9)));
 
-  // The next copy replaces the stump, so the copies stay whole slots.
+  // The next copy goes at the end of the file, behind the stump.
   rewrite(f, 1, 0, 0x10);
-  EXPECT_EQ(static_cast<long long>(dataEnd() + 3 * kD600Slot), fileSize(path));
-  EXPECT_EQ(trailerBytes(0, slotOffset(1, 0)), trailerAt(path, dataEnd() + 2 * kD600Slot));
+  EXPECT_EQ(static_cast<long long>(cutEnd + kD600Slot), fileSize(path));
+  EXPECT_EQ(trailerBytes(0, slotOffset(1, 0)), trailerAt(path, cutEnd));
+  EXPECT_EQ(trailerBytes(1, cutEnd), trailerAt(path, slotOffset(1, 0)));
 
-  EXPECT_EQ(3, f.verifyVersion(-1));
-  EXPECT_EQ(3, f.commitVersion(-1));
-  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+  // Commit handles that newest copy (its version 0 gives a zero trailer),
+  // then meets the straddling slot: -6, and nothing is cut.
+  EXPECT_EQ(-6, f.commitVersion(-1));
+  EXPECT_EQ(static_cast<long long>(cutEnd + kD600Slot), fileSize(path));
   EXPECT_EQ(trackImage(1, 0, 0x10), slotBytes(path, slotOffset(1, 0)));
-  EXPECT_EQ(trackImage(0, 3, 0x33), slotBytes(path, slotOffset(0, 3)));
-  EXPECT_EQ(trackImage(0, 6, 0x66), slotBytes(path, slotOffset(0, 6)));
-  EXPECT_EQ(trackImage(0, 9, 0x99), slotBytes(path, slotOffset(0, 9)));
+  // A repeated call meets the processed copy again: its home lacks "VER0".
+  EXPECT_EQ(-8, f.commitVersion(-1));
 }
 
-TEST_F(Versioning, FileEndingShortOfTheCopyAreaGetsItsCopyAtDataEnd) {
+// A file that ends short of dataEnd (the last cylinder cut off): the copy
+// still goes at the end of the file, into the place of the missing slot
+// (1, 0); it lies below dataEnd, so the walks do not see it.
+TEST_F(Versioning, FileEndingShortOfTheCopyAreaGetsItsCopyAtTheEnd) {
   EmulatedCKDfile f;
   ASSERT_EQ(0, f.open(path.c_str(), false));
   activateNextVersion(f);
   ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotOffset(1, 0))));  // cylinder 1 gone
   rewrite(f, 0, 2, 0x22);
-  EXPECT_EQ(static_cast<long long>(dataEnd() + kD600Slot), fileSize(path));
-  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, slotOffset(0, 2)));
-  EXPECT_EQ(1, f.rollbackVersion(-1));
-  EXPECT_EQ(trackImage(0, 2, 2), slotBytes(path, slotOffset(0, 2)));
+  EXPECT_EQ(static_cast<long long>(slotOffset(1, 1)), fileSize(path));
+  EXPECT_EQ(trailerBytes(1, slotOffset(1, 0)), trailerAt(path, slotOffset(0, 2)));
+  EXPECT_EQ(trailerBytes(0, slotOffset(0, 2)), trailerAt(path, slotOffset(1, 0)));
+  EXPECT_TRUE(f.verifyTrack(false));
+
+  int version, copies;
+  EXPECT_EQ(0, f.queryVersion(version, copies));
+  EXPECT_EQ(0, copies);
+  EXPECT_EQ(0, f.rollbackVersion(-1));  // nothing at or above dataEnd
+  EXPECT_EQ(static_cast<long long>(slotOffset(1, 1)), fileSize(path));
+  EXPECT_EQ(0x22, slotBytes(path, slotOffset(0, 2))[13]);
 }
 
 TEST(VersioningD200, CopyAreaBeginsBehindAllTenCells) {
