@@ -142,7 +142,8 @@ bool EmulatedCKDfile::verifyTrack(bool repair) {
     getHA(q, flag, cyl, head);
     home = getOffset(cyl, static_cast<unsigned short>(head), 0, true);
   }
-  if (home < 0 || home != slotOffset) return unversion(kVerifyCopyNoBackLink);
+  // Compared as computed: an uncomputable own offset is not examined.
+  if (home != slotOffset) return unversion(kVerifyCopyNoBackLink);
   verifyCode = kVerifyOk;
   return true;
 }

@@ -304,6 +304,27 @@ TEST_F(Verification, TrailerLinkCodes) {
   EXPECT_TRUE(f.verifyTrack(false));
 }
 
+// A track whose cylinder no longer lies in the volume (the cylinder count was
+// lowered) has no computable slot offset; its copy's home address names the
+// same track, so the home computed from it fails the same way and matches.
+TEST_F(Verification, UncomputableOwnOffsetIsNotExamined) {
+  const long long length = fileSize(path);
+  Bytes copy = emptyTrack(1, 4).slot(kD600Slot);
+  Bytes linkZero = trailer(0, 0);  // home taken from the copy's home address
+  std::memcpy(&copy[kD600Slot - 16], linkZero.data(), 16);
+  ASSERT_TRUE(writeFileBytes(path, length, copy.data(), copy.size()));
+  load(1, 4, emptyTrack(1, 4), trailer(1, length));
+  f.cylinders = 1;
+  EXPECT_TRUE(f.verifyTrack(false));
+  EXPECT_EQ(0, f.verifyCode);
+  // A copy naming a track that does lie in the volume: 9.
+  Bytes head5 = hex("0000 0005");
+  ASSERT_TRUE(writeFileBytes(path, length + 1, head5.data(), 4));
+  EXPECT_FALSE(f.verifyTrack(false));
+  EXPECT_EQ(9, f.verifyCode);
+  f.cylinders = 2;
+}
+
 TEST_F(Verification, UnreadableCopyPrintsTheSlotOffset) {
   const unsigned long long own = slotOffset(1, 3);
   const std::string line = "This is it;; ofs = " + std::to_string(own) + "\n";
