@@ -42,10 +42,8 @@ void walkCurrentTrack(EmulatedCKDfile& f) {
     if (const unsigned char* key = f.getRefKey(ref)) ckdvol_fuzz::touch(key, f.getRefKL(ref));
     if (const unsigned char* data = f.getRefData(ref)) ckdvol_fuzz::touch(data, f.getRefDL(ref));
   }
-  unsigned short code = 0;
-  bool ok = f.verifyTrack(false);
-  code = f.verifyCode;
-  FUZZ_CHECK(ok == (code == 0));
+  const bool ok = f.verifyTrack(false);
+  FUZZ_CHECK(ok == (f.verifyCode == 0));
 }
 
 void exerciseOpen(const char* path, bool readOnly, bool verify) {
@@ -63,7 +61,8 @@ void exerciseOpen(const char* path, bool readOnly, bool verify) {
   FUZZ_CHECK(rc == 0 || readOnly);
   f.verifyTracks = verify;
 
-  // The first tracks in file order, each walked across tracks as well.
+  // The first tracks in file order, each walked and verified; then a walk
+  // across tracks from the home address of 0/0.
   unsigned short cell = 0;
   unsigned int cyl = 0;
   unsigned short head = 0;
