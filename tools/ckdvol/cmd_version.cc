@@ -252,9 +252,9 @@ int cutProcessedCopies(F& f, const std::string& path, int operation, long long& 
   const long long size = fileLength(f);
   if (dataEnd < 0 || size < 0) return fail(path, "cannot find the end of the file");
   std::vector<unsigned char> copy(slot), home(slot);
-  long long keepEnd = dataEnd + ((size - dataEnd) / slot) * slot;
-  if (size < dataEnd) keepEnd = size;
-  for (long long p = keepEnd - slot; p >= dataEnd; p -= slot) {
+  // Like the library's walk: slot by slot back from the end of the file.
+  long long keepEnd = size;
+  for (long long p = size - slot; p >= dataEnd; p -= slot) {
     if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) {
       return fail(path, "cannot read the saved copy at file offset " + std::to_string(p));
     }
