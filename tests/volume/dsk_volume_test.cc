@@ -106,6 +106,25 @@ TEST(DskVolume, FailingFileOpenReturnsItsOwnCode) {
   EXPECT_EQ(nullptr, v.file);
 }
 
+TEST(DskVolume, ReadOnlyOpenWithAPendingHeaderUpdateReturnsOneAndStaysClosed) {
+  TestVolume vol;
+  vol.close();
+  // Header byte 17, the format level: 0 marks an older file whose header
+  // the volume file would rewrite, which a read-only open cannot do.
+  FILE* f = std::fopen(vol.path().c_str(), "r+b");
+  ASSERT_NE(nullptr, f);
+  ASSERT_EQ(0, std::fseek(f, 17, SEEK_SET));
+  ASSERT_EQ(0, std::fputc(0, f));
+  std::fclose(f);
+  DskVolume v;
+  EXPECT_EQ(1, v.open(vol.path().c_str(), true));
+  EXPECT_EQ(nullptr, v.file);
+  EXPECT_FALSE(v.ownsFile);
+  EXPECT_FALSE(v.label.loaded);
+  ASSERT_EQ(0, v.open(vol.path().c_str(), false));  // read-write: the update is written
+  EXPECT_TRUE(v.vtoc.f4.isSet());
+}
+
 TEST(DskVolume, MissingLabelIsReportedOnStandardOutput) {
   TestVolume vol;
   vol.setRecords(0, 0, {});
