@@ -353,8 +353,13 @@ int BasicPartionedAccessMethod::replaceMember(const char* name) {
                          static_cast<unsigned char>(memberRecord));
   int j = 0;
   while (ref != nullptr) {
-    int length = file->getRefDL(ref);
-    if (length <= 0 || length > blockSize || length % recordLength != 0) break;
+    // The member ends where readMember ends it (a block whose data would run
+    // past the track buffer on a damaged track included).
+    const unsigned char* data;
+    int length;
+    if (!recordData(*file, ref, data, length) || length > blockSize || length % recordLength != 0) {
+      break;
+    }
     for (int offset = 0; offset < length; offset += recordLength) {
       unsigned char* piece = work.data() + offset;
       std::memset(piece, kEbcdicBlank, static_cast<size_t>(recordLength));
