@@ -270,11 +270,11 @@ struct PdsSeedSpec {
   uint8_t control = 1;
 };
 
-void pdsSeed(const std::string& name, const PdsSeedSpec& spec, const std::vector<PdsMember>& members,
+void pdsSeed(const std::string& name, const PdsSeedSpec& layout, const std::vector<PdsMember>& members,
              const PdsLayoutOptions& options = {}) {
   TestVolume vol(EmulatedCKDfile::D130, 3);
   std::vector<ExtentSpec> extents;
-  for (auto e : spec.extents) {
+  for (auto e : layout.extents) {
     const unsigned lo = 10 + e.first, hi = 10 + e.second;
     ExtentSpec x;
     x.loCyl = lo / 10;
@@ -286,18 +286,18 @@ void pdsSeed(const std::string& name, const PdsSeedSpec& spec, const std::vector
   writePds(vol, extents, members, options);
 
   Bytes s(37, 0);
-  s[0] = spec.control;
-  ckdvol::storeBe16(&s[1], spec.blksize);
-  ckdvol::storeBe16(&s[3], spec.lrecl);
-  s[5] = spec.recfm;
-  ckdvol::storeBe16(&s[6], spec.dsorg);
-  s[8] = static_cast<uint8_t>(spec.nbrExts >= 0 ? spec.nbrExts : static_cast<int>(spec.extents.size()));
+  s[0] = layout.control;
+  ckdvol::storeBe16(&s[1], layout.blksize);
+  ckdvol::storeBe16(&s[3], layout.lrecl);
+  s[5] = layout.recfm;
+  ckdvol::storeBe16(&s[6], layout.dsorg);
+  s[8] = static_cast<uint8_t>(layout.nbrExts >= 0 ? layout.nbrExts : static_cast<int>(layout.extents.size()));
   for (size_t i = 0; i < 6; ++i) {
-    auto e = i < spec.extents.size() ? spec.extents[i] : std::make_pair(uint8_t{0}, uint8_t{0});
+    auto e = i < layout.extents.size() ? layout.extents[i] : std::make_pair(uint8_t{0}, uint8_t{0});
     s[9 + 2 * i] = e.first;
     s[10 + 2 * i] = e.second;
   }
-  std::memcpy(&s[21], spec.member.data(), spec.member.size() < 16 ? spec.member.size() : 16);
+  std::memcpy(&s[21], layout.member.data(), layout.member.size() < 16 ? layout.member.size() : 16);
   for (uint32_t t = 10; t < 30; ++t) {
     bool first = true;
     for (const Record& r : vol.readRecords(t / 10, static_cast<uint16_t>(t % 10))) {
