@@ -22,7 +22,7 @@ int runTypes(bool json) {
   if (json) {
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     for (const EmulatedCKDfile::DeviceInfo* d = EmulatedCKDfile::deviceTable; d->type != 0; ++d) {
-      char code[8];
+      char code[16];
       std::snprintf(code, sizeof code, "%04X", static_cast<unsigned>(d->type));
       rows.push_back({{"type", code},
                       {"fileCode", d->fileCode},
