@@ -8,7 +8,7 @@ root=$(pwd)
 build=${INSTALL_BUILD_DIR:-build-install}
 prefix="$root/$build/prefix"
 rm -rf "$prefix" "$build/example-cmake" "$build/example-make" "$build/work"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCKDVOL_BUILD_TESTS=OFF \
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCKDVOL_BUILD_TESTS=OFF -DCMAKE_CXX_FLAGS=-Werror \
       -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
 cmake --build "$build" -j"$(nproc)"
 cmake --install "$build" >/dev/null
