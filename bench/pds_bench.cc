@@ -48,7 +48,7 @@ struct Setup {
   bool ok = false;
 
   Setup() {
-    DataSetSpec ds = pdsDataSet("TEST.PDS", kLrecl, kBlksize, {{1, 0, 2, 14}});
+    DataSetLayout ds = pdsDataSet("TEST.PDS", kLrecl, kBlksize, {{1, 0, 2, 14}});
     vol.writeVtoc({format1Dscb(ds)});
     writePds(vol, ds.extents,
              {{"BIG", textBlocks("R", kRecords, kLrecl, kBlksize / kLrecl), {}},

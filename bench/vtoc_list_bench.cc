@@ -44,7 +44,7 @@ struct BenchVolume {
     std::vector<Dscb> dscbs;
     dscbs.reserve(n);
     for (int i = 0; i < n; ++i) {
-      DataSetSpec ds;
+      DataSetLayout ds;
       ds.name = "BENCH.DATA.SET" + std::to_string(i);
       ds.extents = {ExtentSpec{2, 0, 2, 14}};
       dscbs.push_back(format1Dscb(ds));

@@ -132,7 +132,7 @@ void trackWalkSeeds() {
   // D130 (device 1): the label track, the VTOC track, a data track with keyed
   // records, a PDS directory track.
   TestVolume vol(EmulatedCKDfile::D130, 3);
-  DataSetSpec ds = pdsDataSet("SEED.PDS", 80, 800, {{1, 0, 1, 9}});
+  DataSetLayout ds = pdsDataSet("SEED.PDS", 80, 800, {{1, 0, 1, 9}});
   vol.writeVtoc({format1Dscb(ds), format5Dscb({{20, 1, 0}}), emptyDscb()});
   PdsMember a{"ALPHA", textBlocks("ALPHA", 25, 80, 10), Bytes(4, 0x11)};
   PdsMember b{"BETA", textBlocks("BETA", 3, 80, 10), {}};
@@ -222,11 +222,11 @@ void vtocSeeds() {
     // Format-1 with a Format-3 chain, Format-8 with Format-9 and Format-3s,
     // Format-5, empty and unknown records.
     TestVolume vol(EmulatedCKDfile::D130, 3);
-    DataSetSpec seq;
+    DataSetLayout seq;
     seq.name = "SEED.SEQ";
     seq.extents = {{1, 0, 1, 4}, {1, 5, 1, 6}, {1, 7, 1, 7}};
     seq.nbrExts = 5;
-    DataSetSpec big;
+    DataSetLayout big;
     big.name = "SEED.LARGE.DATA";
     big.extents = {{2, 0, 2, 1}};
     // Records: 2 F1, 3 F3, 4 F8, 5 F9, 6 F3 (of the F9), 7 F5, 8 empty, 9 F2.
@@ -244,8 +244,8 @@ void vtocSeeds() {
     TestVolume vol(EmulatedCKDfile::D130, 3);
     std::vector<Dscb> dscbs;
     for (int i = 0; i < 20; ++i) {
-      DataSetSpec ds = i % 3 == 0 ? pdsDataSet("SEED.PDS" + std::to_string(i), 80, 3120, {{1, 0, 1, 1}})
-                                  : DataSetSpec();
+      DataSetLayout ds = i % 3 == 0 ? pdsDataSet("SEED.PDS" + std::to_string(i), 80, 3120, {{1, 0, 1, 1}})
+                                  : DataSetLayout();
       if (i % 3 != 0) {
         ds.name = "SEED.DS" + std::to_string(i);
         ds.extents = {{2, static_cast<uint16_t>(i % 10), 2, static_cast<uint16_t>(i % 10)}};
@@ -260,7 +260,7 @@ void vtocSeeds() {
 
 // ---- pds: prefix, then the records of tracks 10 to 29 ---------------------------
 
-struct PdsSeedSpec {
+struct PdsSeedLayout {
   uint16_t blksize = 800, lrecl = 80;
   uint8_t recfm = 0x90;
   uint16_t dsorg = 0x0200;
@@ -270,7 +270,7 @@ struct PdsSeedSpec {
   uint8_t control = 1;
 };
 
-void pdsSeed(const std::string& name, const PdsSeedSpec& layout, const std::vector<PdsMember>& members,
+void pdsSeed(const std::string& name, const PdsSeedLayout& layout, const std::vector<PdsMember>& members,
              const PdsLayoutOptions& options = {}) {
   TestVolume vol(EmulatedCKDfile::D130, 3);
   std::vector<ExtentSpec> extents;
@@ -318,17 +318,17 @@ void pdsSeed(const std::string& name, const PdsSeedSpec& layout, const std::vect
 }
 
 void pdsSeeds() {
-  PdsSeedSpec fb;
+  PdsSeedLayout fb;
   fb.extents = {{0, 9}, {10, 19}};
   fb.member = "alpha";
-  PdsSeedSpec verify = fb;
+  PdsSeedLayout verify = fb;
   verify.control = 3;
   pdsSeed("fb80-verify", verify, {{"ALPHA", textBlocks("ALPHA", 40, 80, 10), {}}});
   pdsSeed("fb80", fb,
           {{"ALPHA", textBlocks("ALPHA", 40, 80, 10), Bytes(6, 0x22)},
            {"BETA", textBlocks("BETA", 3, 80, 10), {}},
            {"GAMMA", {}, {}}});
-  PdsSeedSpec big = fb;
+  PdsSeedLayout big = fb;
   big.blksize = 3200;
   big.member = "MISSING";
   PdsLayoutOptions threeBlocks;
@@ -342,10 +342,10 @@ void pdsSeeds() {
     many.push_back(m);
   }
   pdsSeed("many-members", big, many, threeBlocks);
-  PdsSeedSpec three = fb;
+  PdsSeedLayout three = fb;
   three.extents = {{0, 3}, {4, 7}, {8, 11}, {12, 19}};
   pdsSeed("four-extents", three, {{"SPREAD", textBlocks("SPREAD", 200, 80, 10), {}}});
-  PdsSeedSpec undefined = fb;
+  PdsSeedLayout undefined = fb;
   undefined.lrecl = 0;
   undefined.recfm = 0xC0;
   pdsSeed("undefined-length", undefined, {{"U", {Bytes(500, 0xC4)}, {}}});

@@ -271,21 +271,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint8_t control = in.u8();
 
   // The two DSCBs.
-  ckdvol_test::DataSetSpec spec;
-  spec.name = kDataSetName;
-  spec.blksize = in.be16();
-  spec.lrecl = in.be16();
-  spec.recfm = in.u8();
-  spec.dsorg = in.be16();
-  spec.nbrExts = in.u8();
+  ckdvol_test::DataSetLayout layout;
+  layout.name = kDataSetName;
+  layout.blksize = in.be16();
+  layout.lrecl = in.be16();
+  layout.recfm = in.u8();
+  layout.dsorg = in.be16();
+  layout.nbrExts = in.u8();
   std::vector<ExtentSpec> extents;
   for (int i = 0; i < 6; ++i) {
     const uint8_t lo = in.u8();
     extents.push_back(extentOf(lo, in.u8()));
   }
-  spec.extents.assign(extents.begin(), extents.begin() + 3);
-  spec.next = fx->f3At;
-  const Dscb f1 = ckdvol_test::format1Dscb(spec);
+  layout.extents.assign(extents.begin(), extents.begin() + 3);
+  layout.next = fx->f3At;
+  const Dscb f1 = ckdvol_test::format1Dscb(layout);
   const Dscb f3 = ckdvol_test::format3Dscb(std::vector<ExtentSpec>(extents.begin() + 3, extents.end()));
   char memberName[17] = {0};
   for (int i = 0; i < 16; ++i) memberName[i] = static_cast<char>(in.u8());
@@ -303,7 +303,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int orc = pds.openDataset(kDataSetName);
   FUZZ_CHECK(orc == 0 || orc == -3 || orc == -5 || orc == -6 || orc == -7);
   if (orc != 0) return 0;
-  FUZZ_CHECK(pds.blockSize == spec.blksize && pds.recordLength == spec.lrecl);
+  FUZZ_CHECK(pds.blockSize == layout.blksize && pds.recordLength == layout.lrecl);
   const bool verify = (control & 2) != 0;
   const BasicPartionedAccessMethod::Extent* first = pds.extents.get(0);
   FUZZ_CHECK(first != nullptr);

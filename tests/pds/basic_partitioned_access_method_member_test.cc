@@ -32,7 +32,7 @@ std::string ebcdicRecord(const std::string& text, int lrecl) {
 // writePds with at most `perTrack` records a track, then opened.
 struct PdsFixture {
   TestVolume vol;
-  DataSetSpec ds;
+  DataSetLayout ds;
   PdsPlacement at;
   DskVolume dsk;
   Bpam pds{dsk};
@@ -120,7 +120,7 @@ TEST(PdsReadMemberTest, BlocksThatAreNotWholeRecordsOrTooLongEndTheMember) {
 
 TEST(PdsReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   // GHOST says TT 1 R 9; track 1/1 holds records 1 and 2 only.
   vol.setRecords(1, 0,
@@ -144,7 +144,7 @@ TEST(PdsReadMemberTest, EntryPointingAtAMissingRecordReadsEmpty) {
 TEST(PdsReadMemberTest, TracksOutsideTheExtentsOrTheVolumeGiveEio) {
   TestVolume vol;
   // Extent 2 lies beyond the volume's 3 cylinders.
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}, {50, 0, 50, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3200, {{1, 0, 1, 14}, {50, 0, 50, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   vol.setRecords(1, 0,
                  {directoryRecord(1, {},
@@ -305,7 +305,7 @@ TEST(PdsReplaceMemberTest, ABlockThatWriteDRefusesGivesMinus15) {
   const int dataLimit = static_cast<int>(vol.file().trackSlotSize) - 24;
   const int blockLength = dataLimit - 5 - 16 - 8;  // home address, record zero, count field
   ASSERT_LE(blockLength, 65535);
-  DataSetSpec ds = pdsDataSet("TEST.PDS", static_cast<uint16_t>(blockLength),
+  DataSetLayout ds = pdsDataSet("TEST.PDS", static_cast<uint16_t>(blockLength),
                               static_cast<uint16_t>(blockLength), {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   vol.setRecords(1, 0,

@@ -103,11 +103,11 @@ TEST(PdsOpenDatasetTest, ConstructorLeavesEverythingUnset) {
 
 TEST(PdsOpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
   TestVolume vol;
-  DataSetSpec seq = pdsDataSet("TEST.SEQ", 80, 3120, {{1, 0, 1, 0}});
+  DataSetLayout seq = pdsDataSet("TEST.SEQ", 80, 3120, {{1, 0, 1, 0}});
   seq.dsorg = 0x4000;  // PS
-  DataSetSpec odd = pdsDataSet("TEST.ODD", 80, 3120, {{1, 1, 1, 1}});
+  DataSetLayout odd = pdsDataSet("TEST.ODD", 80, 3120, {{1, 1, 1, 1}});
   odd.dsorg = 0x0201;  // PO plus a bit of the second byte
-  DataSetSpec pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 2, 1, 2}});
+  DataSetLayout pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 2, 1, 2}});
   vol.writeVtoc({format1Dscb(seq), format1Dscb(odd), format1Dscb(pds)});
   Opened o;
   ASSERT_EQ(0, o.dsk.open(&vol.file()));
@@ -136,7 +136,7 @@ TEST(PdsOpenDatasetTest, NamesThatFindNoPartitionedDataSetGiveEnoent) {
 TEST(PdsOpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
   for (uint16_t dsorg : {uint16_t{0x0200}, uint16_t{0x0300}}) {
     TestVolume vol;
-    DataSetSpec ds = pdsDataSet("SYS1.MACLIB", 80, 6160, {{1, 0, 1, 14}});
+    DataSetLayout ds = pdsDataSet("SYS1.MACLIB", 80, 6160, {{1, 0, 1, 14}});
     ds.dsorg = dsorg;
     vol.writeVtoc({format1Dscb(ds)});
     writePds(vol, ds.extents, {{"ALPHA", textBlocks("A", 3, 80, 77), {}}});
@@ -153,9 +153,9 @@ TEST(PdsOpenDatasetTest, Dsorg0200And0300OpenAndTakeTheAttributes) {
 
 TEST(PdsOpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
   TestVolume vol;
-  DataSetSpec none = pdsDataSet("NO.EXTENT", 80, 3120, {});                  // NbrExts 0
-  DataSetSpec far = pdsDataSet("FAR.AWAY", 80, 3120, {{50, 0, 50, 14}});     // beyond 3 cylinders
-  DataSetSpec empty = pdsDataSet("EMPTY.TRACK", 80, 3120, {{2, 0, 2, 14}});  // no record 1
+  DataSetLayout none = pdsDataSet("NO.EXTENT", 80, 3120, {});                  // NbrExts 0
+  DataSetLayout far = pdsDataSet("FAR.AWAY", 80, 3120, {{50, 0, 50, 14}});     // beyond 3 cylinders
+  DataSetLayout empty = pdsDataSet("EMPTY.TRACK", 80, 3120, {{2, 0, 2, 14}});  // no record 1
   vol.writeVtoc({format1Dscb(none), format1Dscb(far), format1Dscb(empty)});
   vol.setRecords(2, 0, {});  // only record zero (initialisation filled the track)
   struct Case {
@@ -181,7 +181,7 @@ TEST(PdsOpenDatasetTest, FailuresAfterTheAttributesGiveEio) {
 
 TEST(PdsDirectoryWalkTest, DirectoryOverSeveralBlocksAndTracksWithUserDataOfEveryLength) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 2, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 2, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   // Member i has i halfwords of user data (0 .. 31), so every entry length
   // from 12 to 74 bytes occurs. The indicator's top three bits, set on
@@ -219,7 +219,7 @@ TEST(PdsDirectoryWalkTest, DirectoryOverSeveralBlocksAndTracksWithUserDataOfEver
 
 TEST(PdsDirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   Bytes block = {0x00, 0x44,  // bytes used: 2 + 42 + 12 + 12 = 68
                  0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40,  // "AB"
@@ -245,7 +245,7 @@ TEST(PdsDirectoryWalkTest, EntryWithIndicator8FIs42BytesLong) {
 
 TEST(PdsDirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   Bytes first =
       directoryBlock({dirEntry("A", 1, 1), dirEntry("B", 1, 2), dirEntry("C", 1, 3), endEntry()});
@@ -277,7 +277,7 @@ TEST(PdsDirectoryWalkTest, BlocksAfterTheEndEntryAreReadUntilANon256Record) {
 
 TEST(PdsDirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 14}});
   vol.writeVtoc({format1Dscb(ds)});
   // Block 1: bytes used FFFF, 21 entries of 12 bytes fill it up to byte 254;
   // the 2 bytes left cannot hold a name.
@@ -319,7 +319,7 @@ TEST(PdsDirectoryWalkTest, HostileBlocksNeverMakeTheWalkLeaveTheBlock) {
 
 TEST(PdsDirectoryWalkTest, ASecondOpenAddsEverythingAgain) {
   TestVolume vol;
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 4}, {2, 0, 2, 4}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 1, 4}, {2, 0, 2, 4}});
   vol.writeVtoc({format1Dscb(ds)});
   writePds(vol, ds.extents, {{"ONE", {}, {}}, {"TWO", {}, {}}});
   Opened o;
@@ -336,7 +336,7 @@ TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
   TestVolume vol;
   std::vector<ExtentSpec> f1Extents = {{1, 0, 1, 1}, {1, 5, 1, 5}, {1, 8, 1, 9}};
   std::vector<ExtentSpec> f3Extents = {{2, 0, 2, 2}, {2, 10, 2, 14}};
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, f1Extents);
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 800, f1Extents);
   ds.nbrExts = 5;
   ds.next = Cchhr{0, 1, 3};  // the Format-3 DSCB follows the Format-1 DSCB
   ExtentSpec f3a = f3Extents[0], f3b = f3Extents[1];
@@ -402,7 +402,7 @@ TEST(PdsExtentTest, ExtentsContinueInAFormat3DscbAndMembersThereAreRead) {
 TEST(PdsExtentTest, ExtentsTheDscbCannotSupplyAreStillAdded) {
   TestVolume vol;
   // NbrExts 5, one extent filled in, no Format-3 DSCB chained.
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 1, 14}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 1, 14}});
   ds.nbrExts = 5;
   vol.writeVtoc({format1Dscb(ds)});
   vol.setRecords(1, 0, {directoryRecord(1, {}, directoryBlock({endEntry()})), eofRecord(2)});
@@ -476,7 +476,7 @@ TEST(PdsExtentTest, RelativeTracksUseTheRealHeadsOfANineteenHeadDevice) {
   TestVolume vol(EmulatedCKDfile::D300, 4);
   // The DSCB counts 15 tracks per cylinder: 1/5 .. 2/2 is 13 tracks by its
   // count (the device really has 16 there), 3/0 .. 3/18 is 19.
-  DataSetSpec ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 5, 2, 2}, {3, 0, 3, 18}});
+  DataSetLayout ds = pdsDataSet("TEST.PDS", 80, 800, {{1, 5, 2, 2}, {3, 0, 3, 18}});
   vol.writeVtoc({format1Dscb(ds)});
   vol.setRecords(1, 5, {directoryRecord(1, {}, directoryBlock({endEntry()})), eofRecord(2)});
   Opened o;

@@ -33,10 +33,10 @@ void writeFile(const std::string& path, const Bytes& bytes) {
 
 void makeD600(const std::string& outPath) {
   TestVolume vol(EmulatedCKDfile::D600, 3);
-  DataSetSpec pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 2, 5}});
-  DataSetSpec seq = pdsDataSet("TEST.SEQ", 80, 3120, {{2, 14, 2, 14}});
+  DataSetLayout pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 2, 5}});
+  DataSetLayout seq = pdsDataSet("TEST.SEQ", 80, 3120, {{2, 14, 2, 14}});
   seq.dsorg = 0x4000;
-  DataSetSpec load = pdsDataSet("TEST.LOAD", 0, 6144, {{2, 10, 2, 13}});
+  DataSetLayout load = pdsDataSet("TEST.LOAD", 0, 6144, {{2, 10, 2, 13}});
   load.recfm = 0xC0;
   vol.writeVtoc({format1Dscb(pds), format1Dscb(seq), format1Dscb(load)});
   PdsMember far{"FAR", textBlocks("FAR", 2, 80, 39), {}};
@@ -56,7 +56,7 @@ void makeD600(const std::string& outPath) {
 
 void makeD300(const std::string& outPath) {
   TestVolume vol(EmulatedCKDfile::D300, 4);
-  DataSetSpec pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 10, 2, 5}});
+  DataSetLayout pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 10, 2, 5}});
   vol.writeVtoc({format1Dscb(pds)});
   PdsLayoutOptions opts;
   opts.recordsPerTrack = 1;

@@ -62,9 +62,9 @@ Record directoryRecord(uint8_t rec, const Bytes& key, const Bytes& block) {
   return keyedRecord(rec, k, block);
 }
 
-DataSetSpec pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize,
+DataSetLayout pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize,
                        const std::vector<ExtentSpec>& extents) {
-  DataSetSpec ds;
+  DataSetLayout ds;
   ds.name = name;
   ds.dsorg = kDsorgPO;
   ds.recfm = 0x90;

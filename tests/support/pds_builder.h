@@ -49,8 +49,8 @@ Bytes directoryBlock(const std::vector<Bytes>& entries, int used = -1);
 // The block as a record with an 8-byte key (`key` padded with zeros / cut).
 Record directoryRecord(uint8_t rec, const Bytes& key, const Bytes& block);
 
-// A DataSetSpec for a partitioned data set: DSORG 0200, RECFM FB.
-DataSetSpec pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize,
+// A DataSetLayout for a partitioned data set: DSORG 0200, RECFM FB.
+DataSetLayout pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize,
                        const std::vector<ExtentSpec>& extents);
 
 // A member: its blocks (data records, no key) in order, closed by an

@@ -61,30 +61,30 @@ void putExtent(unsigned char* p, const ExtentSpec& e, int position) {
   putCchh(p + kExtHi, e.hiCyl, e.hiHead);
 }
 
-Dscb dataSetDscb(const DataSetSpec& spec, unsigned char formatId) {
+Dscb dataSetDscb(const DataSetLayout& layout, unsigned char formatId) {
   Dscb d{};
-  std::vector<unsigned char> name = ebcdicPadded(spec.name, kKeyLength);
+  std::vector<unsigned char> name = ebcdicPadded(layout.name, kKeyLength);
   std::memcpy(d.data(), name.data(), kKeyLength);
   d[kFmtId] = formatId;
-  std::vector<unsigned char> volser = ebcdicPadded(spec.volser, 6);
+  std::vector<unsigned char> volser = ebcdicPadded(layout.volser, 6);
   std::memcpy(d.data() + kVolSer, volser.data(), 6);
   putBe16(d.data() + kVolSeq, 1);
   d[kCreated] = 124;  // 2024
   putBe16(d.data() + kCreated + 1, 31);  // day 32
-  int nbrExts = spec.nbrExts >= 0 ? spec.nbrExts : static_cast<int>(spec.extents.size());
+  int nbrExts = layout.nbrExts >= 0 ? layout.nbrExts : static_cast<int>(layout.extents.size());
   d[kNbrExts] = static_cast<unsigned char>(nbrExts);
-  putBe16(d.data() + kDsOrg, spec.dsorg);
-  d[kRecFm] = spec.recfm;
-  putBe16(d.data() + kBlkSize, spec.blksize);
-  putBe16(d.data() + kLrecl, spec.lrecl);
-  d[kKeyLen] = spec.keyLength;
-  putBe16(d.data() + kLastTtr, spec.lastTtrTrack);
-  d[kLastTtr + 2] = spec.lastTtrRecord;
-  putBe16(d.data() + kTrkBal, spec.trackBalance);
-  for (size_t i = 0; i < spec.extents.size() && i < 3; ++i) {
-    putExtent(d.data() + kF1Extents + i * kExtentSize, spec.extents[i], static_cast<int>(i));
+  putBe16(d.data() + kDsOrg, layout.dsorg);
+  d[kRecFm] = layout.recfm;
+  putBe16(d.data() + kBlkSize, layout.blksize);
+  putBe16(d.data() + kLrecl, layout.lrecl);
+  d[kKeyLen] = layout.keyLength;
+  putBe16(d.data() + kLastTtr, layout.lastTtrTrack);
+  d[kLastTtr + 2] = layout.lastTtrRecord;
+  putBe16(d.data() + kTrkBal, layout.trackBalance);
+  for (size_t i = 0; i < layout.extents.size() && i < 3; ++i) {
+    putExtent(d.data() + kF1Extents + i * kExtentSize, layout.extents[i], static_cast<int>(i));
   }
-  putCchhr(d.data() + kNext, spec.next);
+  putCchhr(d.data() + kNext, layout.next);
   return d;
 }
 
@@ -113,9 +113,9 @@ void putCchhr(unsigned char* p, Cchhr a, bool large) {
   p[4] = a.rec;
 }
 
-Dscb format1Dscb(const DataSetSpec& spec) { return dataSetDscb(spec, 0xF1); }
+Dscb format1Dscb(const DataSetLayout& layout) { return dataSetDscb(layout, 0xF1); }
 
-Dscb format8Dscb(const DataSetSpec& spec) { return dataSetDscb(spec, 0xF8); }
+Dscb format8Dscb(const DataSetLayout& layout) { return dataSetDscb(layout, 0xF8); }
 
 Dscb format3Dscb(const std::vector<ExtentSpec>& extents, Cchhr next) {
   require(extents.size() <= static_cast<size_t>(kF3Extents), "a Format-3 DSCB holds 13 extents");

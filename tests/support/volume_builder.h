@@ -13,7 +13,7 @@
 //
 // Typical use:
 //   ckdvol_test::TestVolume vol(EmulatedCKDfile::D600, 3);
-//   DataSetSpec ds; ds.name = "TEST.DATA"; ds.extents = {{1, 0, 1, 14}};
+//   DataSetLayout ds; ds.name = "TEST.DATA"; ds.extents = {{1, 0, 1, 14}};
 //   vol.writeVtoc({format1Dscb(ds)});            // after the Format-4 DSCB
 //   vol.setRecords(1, 0, {keyedRecord(1, key, block), eofRecord(2)});
 //   DskVolume v; v.open(&vol.file());
@@ -120,7 +120,7 @@ struct ExtentSpec {
 };
 
 // What a Format-1 or Format-8 DSCB says about its data set.
-struct DataSetSpec {
+struct DataSetLayout {
   std::string name;        // ASCII; written in EBCDIC, blank-padded to 44
   std::string volser = "TESTVL";
   uint16_t dsorg = 0x4000;  // PS; 0x0200 PO
@@ -144,8 +144,8 @@ std::vector<unsigned char> ebcdic(const std::string& ascii);
 std::vector<unsigned char> ebcdicPadded(const std::string& ascii, size_t length);
 
 // ---- DSCB composers ----
-Dscb format1Dscb(const DataSetSpec& spec);
-Dscb format8Dscb(const DataSetSpec& spec);
+Dscb format1Dscb(const DataSetLayout& layout);
+Dscb format8Dscb(const DataSetLayout& layout);
 // Up to 13 extents; `next` is the following Format-3 DSCB (0/0/0: none).
 Dscb format3Dscb(const std::vector<ExtentSpec>& extents, Cchhr next = Cchhr());
 // Up to 10 Format-3 addresses; F3count is their number unless `f3Count` >= 0.

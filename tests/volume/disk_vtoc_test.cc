@@ -15,8 +15,8 @@ namespace {
 
 using namespace ckdvol_test;
 
-DataSetSpec dataSet(const std::string& name) {
-  DataSetSpec ds;
+DataSetLayout dataSet(const std::string& name) {
+  DataSetLayout ds;
   ds.name = name;
   ds.extents = {ExtentSpec{1, 0, 1, 14}};
   return ds;
@@ -342,16 +342,16 @@ TEST(DiskVtoc, Format3ChainsOfFormat1Dscbs) {
   TestVolume vol;
   // VTOC records (0/1): 2 F1 CHAINED, 3 F1 LOOPED, 4 F1 NOWHERE, 5 F1 WRONG,
   // 6 F3 (-> 7), 7 F3 (end), 8 F3 (-> 9), 9 F3 (-> 8), 10 F1 SELF, 11 F3 (-> 11).
-  DataSetSpec chained = dataSet("CHAINED");
+  DataSetLayout chained = dataSet("CHAINED");
   chained.extents = {{1, 0, 1, 0}, {1, 1, 1, 1}, {1, 2, 1, 2}, {1, 3, 1, 4}, {2, 0, 2, 14}};
   chained.next = Cchhr{0, 1, 6};
-  DataSetSpec looped = dataSet("LOOPED");
+  DataSetLayout looped = dataSet("LOOPED");
   looped.next = Cchhr{0, 1, 8};
-  DataSetSpec nowhere = dataSet("NOWHERE");
+  DataSetLayout nowhere = dataSet("NOWHERE");
   nowhere.next = Cchhr{0, 7, 99};  // filler track: no record 99
-  DataSetSpec wrong = dataSet("WRONG");
+  DataSetLayout wrong = dataSet("WRONG");
   wrong.next = Cchhr{0, 1, 3};  // the Format-1 DSCB LOOPED
-  DataSetSpec self = dataSet("SELF");
+  DataSetLayout self = dataSet("SELF");
   self.next = Cchhr{0, 1, 11};
   vol.writeVtoc({format1Dscb(chained), format1Dscb(looped), format1Dscb(nowhere), format1Dscb(wrong),
                  format3Dscb({{1, 3, 1, 4}, {2, 0, 2, 14}}, Cchhr{0, 1, 7}), format3Dscb({}),
@@ -395,9 +395,9 @@ TEST(DiskVtoc, Format9AndFormat3ChainsOfFormat8Dscbs) {
   TestVolume vol;
   // 0/1: 2 F8 BIG (-> F9 at 3), 3 F9 (F3s: 5; next F9 at 4), 4 F9 (F3s: 6, 0/9/9; next back at 3),
   //      5 F3 (end), 6 F3 (-> 7), 7 F3 (end), 8 F8 ODD (-> 5: not a Format-9 DSCB)
-  DataSetSpec big = dataSet("BIG");
+  DataSetLayout big = dataSet("BIG");
   big.next = Cchhr{0, 1, 3};
-  DataSetSpec odd = dataSet("ODD");
+  DataSetLayout odd = dataSet("ODD");
   odd.next = Cchhr{0, 1, 5};
   vol.writeVtoc({format8Dscb(big), format9Dscb({Cchhr{0, 1, 5}}, Cchhr{0, 1, 4}),
                  format9Dscb({Cchhr{0, 1, 6}, Cchhr{0, 9, 9}}, Cchhr{0, 1, 3}), format3Dscb({}),
@@ -436,9 +436,9 @@ TEST(DiskVtoc, Format9AndFormat3ChainsOfFormat8Dscbs) {
 TEST(DiskVtoc, SecondInitializeFollowsTheChainsOfEveryHeldDscbAgain) {
   TestVolume vol;
   // 0/1: 2 F1 ONE (-> F3 at 3), 3 F3, 4 F8 EIGHT (-> F9 at 5), 5 F9 (F3 at 6), 6 F3.
-  DataSetSpec one = dataSet("ONE");
+  DataSetLayout one = dataSet("ONE");
   one.next = Cchhr{0, 1, 3};
-  DataSetSpec eight = dataSet("EIGHT");
+  DataSetLayout eight = dataSet("EIGHT");
   eight.next = Cchhr{0, 1, 5};
   vol.writeVtoc({format1Dscb(one), format3Dscb({}), format8Dscb(eight),
                  format9Dscb({Cchhr{0, 1, 6}}), format3Dscb({})});

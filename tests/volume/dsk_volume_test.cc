@@ -176,7 +176,7 @@ TEST(DskVolume, BorrowedFileStaysOpenAfterClose) {
 
 TEST(DskVolume, ListingLayout) {
   TestVolume vol;
-  DataSetSpec ds;
+  DataSetLayout ds;
   ds.name = "TEST.DATA";
   vol.writeVtoc({format1Dscb(ds)});
   DskVolume v;
@@ -203,7 +203,7 @@ TEST(DskVolume, StreamListingHasTheLengthOfTheStringListing) {
   TestVolume vol;
   std::vector<Dscb> dscbs;
   for (int i = 0; i < 40; ++i) {
-    DataSetSpec ds;
+    DataSetLayout ds;
     ds.name = "DATA.SET" + std::to_string(i);
     dscbs.push_back(format1Dscb(ds));
   }
