@@ -120,7 +120,7 @@ class CKDVOL_EXPORT CodePage {
   // One sentence saying what a report holds, for a warning or an error:
   //   "3 bytes decode to control characters in code page 037, the first
   //    X'05' (U+0009) at offset 17"
-  //   "1 character has no counterpart in code page 037, U+20AC at offset 5;
+  //   "1 character has no counterpart in code page 037: U+20AC at offset 5;
   //    2 malformed UTF-8 sequences, the first an overlong form at offset 9"
   // An empty string for a clean report.
   std::string describe(const DecodeReport& report) const;
