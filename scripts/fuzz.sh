@@ -13,7 +13,7 @@
 # says what it found.
 #
 # Environment: FUZZ_SECONDS, FUZZ_TIMEOUT, FUZZ_BUILD_DIR (default build-fuzz),
-# FUZZ_TARGETS (default "open track_walk vtoc pds"), FUZZ_JOBS (default nproc).
+# FUZZ_TARGETS (default "open track_walk vtoc pds codepage"), FUZZ_JOBS (default nproc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -22,7 +22,7 @@ build=${FUZZ_BUILD_DIR:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
 timeout=${FUZZ_TIMEOUT:-30}
 jobs=${FUZZ_JOBS:-$(nproc)}
-read -r -a targets <<<"${FUZZ_TARGETS:-open track_walk vtoc pds}"
+read -r -a targets <<<"${FUZZ_TARGETS:-open track_walk vtoc pds codepage}"
 
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
       -DCKDVOL_BUILD_FUZZ=ON -DCKDVOL_BUILD_TESTS=OFF -DCKDVOL_BUILD_TOOL=OFF >/dev/null
@@ -45,7 +45,8 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 # fuzz <target>: runs it on a fresh corpus seeded from $work/seeds/<target>.
 fuzz() {
   local t=$1
-  mkdir -p "$work/corpus/$t" "$artifacts/$t"
+  # (a target without volume seeds, such as codepage, starts from an empty one)
+  mkdir -p "$work/corpus/$t" "$work/seeds/$t" "$artifacts/$t"
   local rc=0
   "$build/fuzz/${t}_fuzzer" -max_total_time="$seconds" -timeout="$timeout" -rss_limit_mb=2048 \
       -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$artifacts/$t/" \
