@@ -47,7 +47,10 @@ struct LogicalRecord {
   uint32_t length = 0;
   const unsigned char* key = nullptr;   // the block's key; null when none
   uint32_t keyLength = 0;
-  Block block;                // the block that held it (for a spanned record: its first segment)
+  // The block that held it. For a joined spanned record: the address of its
+  // first segment's block, with `block.key` and `block.data` null (that
+  // block is gone; the record's own `key` is a copy of its key).
+  Block block;
   bool firstInBlock = false;  // the first record handed out from `block`
 };
 
@@ -90,7 +93,8 @@ class CKDVOL_EXPORT RecordReader {
   // or a negative result every further call returns the same result.
   int next(LogicalRecord& r);
   const std::string& error() const { return error_; }
-  uint64_t blocksRead() const { return blocksRead_; }
+  uint64_t blocksRead() const { return blocksRead_; }   // blocks taken from the block reader
+  uint64_t bytesRead() const { return bytesRead_; }     // the sum of their data lengths
 
  private:
   int fail(int code, const std::string& text);
@@ -105,10 +109,15 @@ class CKDVOL_EXPORT RecordReader {
   uint32_t end_ = 0;          // end of the records in block_.data
   bool haveBlock_ = false;
   bool firstOfBlock_ = false;
-  std::vector<unsigned char> joined_;  // spanned record being assembled
-  Block joinedFrom_;
+  std::vector<unsigned char> joined_;      // spanned record being assembled
+  std::vector<unsigned char> joinedKey_;   //   and its first block's key
+  Block joinedFrom_;                       //   and that block's address (no pointers)
+  bool spanOpen_ = false;                  // a first segment was met, its last not yet
+  std::vector<unsigned char> spannedOut_;  // the joined record last handed out
+  std::vector<unsigned char> spannedKey_;  //   and its key
   int state_ = 1;
   uint64_t blocksRead_ = 0;
+  uint64_t bytesRead_ = 0;
   std::string error_;
 };
 
