@@ -1,6 +1,7 @@
 // The code pages' tables and the translation loops. See code_page.h.
 #include "codepage/code_page.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace ckdvol {
@@ -140,17 +141,14 @@ const CodePage* CodePage::all(size_t* count) {
 }
 
 const CodePage* CodePage::find(const std::string& name) {
-  // An optional prefix, then digits; leading zeros do not count.
+  // An optional prefix, then the page's number; leading zeros do not count.
+  // Anything else (a sign, a blank, a second prefix) matches no number.
   size_t start = 0;
   for (const char* prefix : {"ibm-", "ibm", "cp-", "cp"}) {
     if (startsWithNoCase(name, prefix)) {
       start = std::char_traits<char>::length(prefix);
       break;
     }
-  }
-  if (start == name.size()) return nullptr;
-  for (size_t i = start; i < name.size(); ++i) {
-    if (name[i] < '0' || name[i] > '9') return nullptr;
   }
   while (start < name.size() && name[start] == '0') ++start;
   const std::string number = name.substr(start);
@@ -220,7 +218,7 @@ bool CodePage::encode(const char* text, size_t n, HostEncoding host, std::vector
   uint8_t* p = out.data() + start;
 
   if (host == HostEncoding::kLatin1) {
-    for (size_t i = 0; i < n; ++i) *p++ = toEbcdic_[in[i]];
+    std::transform(in, in + n, p, [this](uint8_t c) { return toEbcdic_[c]; });
     if (report != nullptr) report->bytes += n;
     return true;
   }

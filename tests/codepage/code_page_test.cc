@@ -187,6 +187,7 @@ TEST(CodePage, Utf8InputIsReadStrictly) {
       {"A\xC2\xA2\xC3\xBF", {0xC1, 0x4A, 0xDF}, 0, 0, 0, 0, E::kNoFault, 0},
       {"\xC2\x80\xC2\xBF\xC3\x80", {0x20, 0xAB, 0x64}, 0, 0, 0, 0, E::kNoFault, 0},  // U+0080 BF C0
       {"x\xE2\x82\xAC", {0xA7}, 1, 0x20AC, 1, 0, E::kNoFault, 0},
+      {"\xDF\xBF\xEF\xBF\xBD", {}, 2, 0x7FF, 0, 0, E::kNoFault, 0},  // last 2- and 3-byte leads
       {"\xF0\x9F\x98\x80-\xC4\x80", {0x60}, 2, 0x1F600, 0, 0, E::kNoFault, 0},  // U+1F600, U+0100
       {"\xC0\x80" "A", {0xC1}, 0, 0, 0, 1, E::kOverlong, 0},
       {"a\xC1\x81", {0x81}, 0, 0, 0, 1, E::kOverlong, 1},
@@ -195,8 +196,11 @@ TEST(CodePage, Utf8InputIsReadStrictly) {
       {"a\xED\xA0\x80" "b", {0x81, 0x82}, 0, 0, 0, 1, E::kSurrogate, 1},
       {"\xED\xBF\xBF", {}, 0, 0, 0, 1, E::kSurrogate, 0},
       {"\xF4\x90\x80\x80", {}, 0, 0, 0, 1, E::kBeyondUnicode, 0},
+      {"\xF7\xBF\xBF\xBF", {}, 0, 0, 0, 1, E::kBeyondUnicode, 0},  // the last 4-byte lead
+      {"\xF4\x8F\xBF\xBF", {}, 1, 0x10FFFF, 0, 0, E::kNoFault, 0},  // the last code point
       {"\x80" "A", {0xC1}, 0, 0, 0, 1, E::kInvalidByte, 0},
       {"AB\xFF", {0xC1, 0xC2}, 0, 0, 0, 1, E::kInvalidByte, 2},
+      {"\xC3\xA9\x80", {0x51}, 0, 0, 0, 1, E::kInvalidByte, 2},  // e acute, one byte too many
       {"\xF8\x88\x80\x80\x80", {}, 0, 0, 0, 5, E::kInvalidByte, 0},
       {"\xC3" "A", {0xC1}, 0, 0, 0, 1, E::kIncomplete, 0},
       {"\xE2\x82" "A\xE2\x82", {0xC1}, 0, 0, 0, 2, E::kIncomplete, 0},
@@ -243,6 +247,13 @@ TEST(CodePage, EncodeReportsReadAsOneSentence) {
   EXPECT_FALSE(p.encode("\xED\xA0\x80", 3, HostEncoding::kUtf8, out, &bad));
   EXPECT_EQ(p.describe(bad), "1 malformed UTF-8 sequence: a surrogate at offset 0");
   EXPECT_EQ(p.describe(EncodeReport()), "");
+  std::vector<std::string> texts;  // each fault has words of its own
+  for (int f = EncodeReport::kNoFault; f <= EncodeReport::kBeyondUnicode; ++f) {
+    const char* t = CodePage::faultText(static_cast<EncodeReport::Fault>(f));
+    ASSERT_NE(t, nullptr);
+    for (const std::string& other : texts) EXPECT_NE(other, t);
+    texts.emplace_back(t);
+  }
   // ISO-8859-1 input always translates.
   EncodeReport latin1;
   EXPECT_TRUE(p.encode("\xFF\x80\xC0", 3, HostEncoding::kLatin1, out, &latin1));
