@@ -1,672 +1,439 @@
-// Track versioning: saved copies, their trailers, the version numbers in the
-// header, commit, rollback and verify, checked against bytes read back from
-// the volume file and against slot images built here by hand.
-#include <fcntl.h>
+// Track verification (every verifyCode and its repair) and track versioning
+// (saved copies, trailers, header version numbers, commit, rollback, verify),
+// checked against slot bytes built here and read back from the file.
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstring>
-#include <map>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ckdfile/emulated_ckd_file.h"
-#include "ckdfile/volume_file_builder.h"
 #include "support/temp_dir.h"
+#include "support/track_builder.h"
 
 namespace {
 
-using ckdvol_test::fileSize;
-using ckdvol_test::kD600Heads;
-using ckdvol_test::kD600Slot;
-using ckdvol_test::readFileBytes;
-using ckdvol_test::ScopedTempDir;
-using ckdvol_test::writeFileBytes;
-using Bytes = std::vector<unsigned char>;
+using T = EmulatedCKDfile;
+using namespace ckdvol_test;
 
-constexpr unsigned long long slotOffset(unsigned int cyl, unsigned int head) {
-  return 512ULL + (static_cast<unsigned long long>(cyl) * kD600Heads + head) * kD600Slot;
-}
+constexpr long kLimit = kSlot - 24;
 
-// An empty D600 track written by hand: home address, record zero whose eight
-// data bytes are `fill`, the end-of-track marker, zeros, a zero trailer.
-Bytes trackImage(unsigned int cyl, unsigned int head, unsigned char fill) {
-  Bytes t(kD600Slot, 0);
-  t[0] = 0;                                                       // HA flag
-  t[1] = static_cast<unsigned char>(cyl >> 8);                    // HA CC
-  t[2] = static_cast<unsigned char>(cyl);
-  t[3] = static_cast<unsigned char>(head >> 8);                   // HA HH
-  t[4] = static_cast<unsigned char>(head);
-  t[5] = t[1]; t[6] = t[2]; t[7] = t[3]; t[8] = t[4];             // R0 CC HH
-  t[9] = 0;                                                       // R0 R
-  t[10] = 0;                                                      // R0 KL
-  t[11] = 0; t[12] = 8;                                           // R0 DL 8
-  std::memset(&t[13], fill, 8);                                   // R0 data
-  std::memset(&t[21], 0xFF, 8);                                   // end marker
-  return t;
-}
-
-// The 16 trailer bytes: "VER0", version (BE16), reserved 0, link (BE64).
-Bytes trailerBytes(uint16_t version, unsigned long long link) {
-  Bytes t = {'V', 'E', 'R', '0', static_cast<unsigned char>(version >> 8),
-             static_cast<unsigned char>(version), 0, 0};
-  for (int i = 7; i >= 0; --i) t.push_back(static_cast<unsigned char>(link >> (8 * i)));
-  return t;
-}
-
-Bytes slotBytes(const std::string& path, unsigned long long offset) {
-  return readFileBytes(path, offset, kD600Slot);
-}
-Bytes trailerAt(const std::string& path, unsigned long long slot) {
-  return readFileBytes(path, slot + kD600Slot - 16, 16);
-}
-Bytes headerVersionBytes(const std::string& path) { return readFileBytes(path, 26, 8); }
-
-// Changes the current track in the buffer: record zero's data becomes `fill`.
-void changeCurrent(EmulatedCKDfile& f, unsigned char fill) {
-  std::memset(f.trackBuffer + 13, fill, 8);
-  f.trackDirty = 1;
-}
-
-// readTrack + change + writeTrack, asserting each step.
-void rewrite(EmulatedCKDfile& f, unsigned int cyl, unsigned short head, unsigned char fill) {
-  ASSERT_EQ(0, f.readTrack(cyl, head, 0));
-  changeCurrent(f, fill);
-  ASSERT_EQ(0, f.writeTrack());
-}
-
-class Versioning : public ::testing::Test {
+// A formatted D600 volume (every track empty, record zero's data = head), open read-write.
+class Volume : public testing::Test {
  protected:
-  static constexpr unsigned int kCylinders = 2;
-  void SetUp() override { makeVolume(kCylinders); }
-
-  // A D600 volume of `cylinders` whose every track is trackImage(c, h, h).
-  void makeVolume(unsigned int cylinders) {
-    cylinders_ = cylinders;
-    ASSERT_TRUE(ckdvol_test::writeD600Volume(path, cylinders));
-    for (unsigned int c = 0; c < cylinders; ++c) {
-      for (unsigned int h = 0; h < kD600Heads; ++h) {
-        Bytes t = trackImage(c, h, static_cast<unsigned char>(h));
-        ASSERT_TRUE(writeFileBytes(path, slotOffset(c, h), t.data(), t.size()));
-      }
-    }
+  void SetUp() override { make(2); }
+  void TearDown() override { f.trackDirty = 0; }
+  void make(unsigned cyls) {
+    f.close();
+    cyls_ = cyls;
+    ASSERT_TRUE(writeD600(path, cyls));
+    ASSERT_EQ(0, f.open(path.c_str(), false));
   }
-  unsigned long long dataEnd() const { return slotOffset(cylinders_, 0); }
-
-  // enableVersion, then close and open read-write so that it becomes active.
-  void activateNextVersion(EmulatedCKDfile& f) {
-    ASSERT_EQ(0, f.enableVersion());
+  void reopen() {
     ASSERT_EQ(0, f.close());
     ASSERT_EQ(0, f.open(path.c_str(), false));
   }
-
-  ScopedTempDir dir;
-  std::string path = dir.file("vol");
-  unsigned int cylinders_ = 0;
-};
-
-TEST_F(Versioning, EnableIsPendingUntilTheNextReadWriteOpen) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  EXPECT_EQ(0, f.activeVersion);
-  EXPECT_EQ(0, f.enableVersion());
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ(0, f.activeVersion);
-  // Header bytes 26..33: marker "VER0", activeVersion 0, latestVersion 1 (LE).
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0x00, 0x00, 0x01, 0x00}), headerVersionBytes(path));
-  int version = -7, copies = -7;
-  EXPECT_EQ(1, f.queryVersion(version, copies));
-  EXPECT_EQ(0, version);
-  EXPECT_EQ(0, copies);
-  EXPECT_EQ(-5, f.enableVersion());  // already pending
-  EXPECT_EQ(-6, f.disableVersion()); // nothing active yet
-
-  // No copies while pending.
-  rewrite(f, 0, 1, 0xAA);
-  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
-
-  ASSERT_EQ(0, f.close());
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  EXPECT_EQ(1, f.activeVersion);
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0x01, 0x00, 0x01, 0x00}), headerVersionBytes(path));
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(1, version);
-  EXPECT_EQ(0, copies);
-}
-
-TEST_F(Versioning, RefusalsWithoutAFileOrReadOnly) {
-  EmulatedCKDfile idle;
-  int version, copies;
-  EXPECT_EQ(-1, idle.enableVersion());
-  EXPECT_EQ(-1, idle.disableVersion());
-  EXPECT_EQ(-1, idle.clearVersionInHeader());
-  EXPECT_EQ(-1, idle.queryVersion(version, copies));
-  EXPECT_EQ(-1, idle.doVersion(-1, 1));
-  EXPECT_EQ(0, idle.clearTrackVersion());
-  EXPECT_EQ(0, idle.versionTrack(512));  // idle: activeVersion -1 makes no copies
-
-  EmulatedCKDfile ro;
-  ASSERT_EQ(0, ro.open(path.c_str(), true));
-  Bytes before = readFileBytes(path, 0, 512);
-  EXPECT_EQ(-2, ro.enableVersion());
-  EXPECT_EQ(-2, ro.disableVersion());
-  EXPECT_EQ(-2, ro.clearVersionInHeader());
-  EXPECT_EQ(-2, ro.commitVersion(-1));
-  EXPECT_EQ(-2, ro.rollbackVersion(-1));
-  EXPECT_EQ(-2, ro.verifyVersion(-1));
-  EXPECT_EQ(before, readFileBytes(path, 0, 512));
-}
-
-TEST_F(Versioning, BadHeaderMagic) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  ASSERT_TRUE(writeFileBytes(path, 0, "CKD_INIT", 8));
-  EXPECT_EQ(-3, f.enableVersion());
-  EXPECT_EQ(-3, f.clearVersionInHeader());
-  ASSERT_TRUE(writeFileBytes(path, 0, "CKD_XVOL", 8));
-  activateNextVersion(f);
-  ASSERT_TRUE(writeFileBytes(path, 0, "CKD_INIT", 8));
-  EXPECT_EQ(-3, f.disableVersion());
-}
-
-TEST_F(Versioning, FirstWriteUnderAVersionSavesTheFormerImageOnce) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  const unsigned long long home = slotOffset(1, 3);
-  const Bytes former = slotBytes(path, home);
-
-  rewrite(f, 1, 3, 0x5A);
-  ASSERT_EQ(static_cast<long long>(dataEnd() + kD600Slot), fileSize(path));
-  // The copy: the former image with trailer "VER0", version 0, link = home.
-  Bytes copy = slotBytes(path, dataEnd());
-  Bytes expect = former;
-  Bytes t = trailerBytes(0, home);
-  std::copy(t.begin(), t.end(), expect.end() - 16);
-  EXPECT_EQ(expect, copy);
-  // The home slot: the new image with "VER0", version 1, link = the copy.
-  Bytes now = slotBytes(path, home);
-  Bytes changed = trackImage(1, 3, 0x5A);
-  EXPECT_TRUE(std::equal(changed.begin(), changed.end() - 16, now.begin()));
-  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, home));
-
-  // Written again under the same version: no second copy, same trailer.
-  rewrite(f, 1, 3, 0x6B);
-  EXPECT_EQ(static_cast<long long>(dataEnd() + kD600Slot), fileSize(path));
-  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, home));
-  EXPECT_EQ(0x6B, slotBytes(path, home)[13]);
-
-  // A second track gets the next copy slot.
-  rewrite(f, 0, 0, 0x11);
-  EXPECT_EQ(static_cast<long long>(dataEnd() + 2 * kD600Slot), fileSize(path));
-  EXPECT_EQ(trailerBytes(0, slotOffset(0, 0)), trailerAt(path, dataEnd() + kD600Slot));
-  EXPECT_EQ(trailerBytes(1, dataEnd() + kD600Slot), trailerAt(path, slotOffset(0, 0)));
-
-  int version, copies;
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(1, version);
-  EXPECT_EQ(2, copies);
-  EXPECT_EQ(-5, f.disableVersion());
-  EXPECT_EQ(2, f.verifyVersion(-1));
-}
-
-TEST_F(Versioning, FailedCopyLeavesTheTrackDirtyAndUnwritten) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  ASSERT_EQ(0, f.readTrack(1, 14, 0));
-  changeCurrent(f, 0x77);
-  // The slot can no longer be read for its copy: the file ends before it.
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotOffset(1, 14) + 100)));
-  EXPECT_EQ(-6, f.writeTrack());
-  EXPECT_EQ(1, f.trackDirty);
-  EXPECT_EQ(static_cast<long long>(slotOffset(1, 14) + 100), fileSize(path));
-  // Trailer in the buffer untouched: still the zero trailer it was read with.
-  EXPECT_EQ(Bytes(16, 0), Bytes(f.trackBuffer + kD600Slot - 16, f.trackBuffer + kD600Slot));
-  f.trackDirty = 0;  // let close() go quietly
-}
-
-// The worked example: a full-size D600 volume (sparse), tracks (0, 5) and (3, 2).
-class VersioningD600Example : public ::testing::Test {
- protected:
-  static constexpr unsigned long long kDataEnd = 948810752ULL;  // 512 + 16695 * 56832
-  static constexpr unsigned long long kHome05 = 284672;         // 512 + 5 * 56832
-  static constexpr unsigned long long kHome32 = 2671616;        // 512 + 47 * 56832
-
-  void SetUp() override {
-    EmulatedCKDfile c;
-    ASSERT_EQ(0, c.create(path.c_str(), EmulatedCKDfile::D600, 1113));
-    ASSERT_EQ(0, c.close());
-    ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(kDataEnd)));
-    ASSERT_TRUE(writeFileBytes(path, 0, "CKD_XVOL", 8));
-    former05 = trackImage(0, 5, 0x05);
-    former32 = trackImage(3, 2, 0x32);
-    ASSERT_TRUE(writeFileBytes(path, kHome05, former05.data(), former05.size()));
-    ASSERT_TRUE(writeFileBytes(path, kHome32, former32.data(), former32.size()));
-
-    ASSERT_EQ(0, f.open(path.c_str(), false));
+  void activate() {
     ASSERT_EQ(0, f.enableVersion());
-    ASSERT_EQ(0, f.close());
-    ASSERT_EQ(0, f.open(path.c_str(), false));
-    ASSERT_EQ(1, f.activeVersion);
-    rewrite(f, 0, 5, 0xE5);
-    rewrite(f, 3, 2, 0xE2);
+    reopen();
+  }
+  // readTrack, record zero's data := fill, writeTrack.
+  void rewrite(unsigned cyl, unsigned short head, unsigned char fill) {
+    ASSERT_EQ(0, f.readTrack(cyl, head, 0));
+    std::memset(f.trackBuffer + 13, fill, 8);
+    f.trackDirty = 1;
     ASSERT_EQ(0, f.writeTrack());
   }
+  uint64_t dataEnd() const { return slotAt(cyls_, 0); }
+  Bytes slot(uint64_t at) { return readAt(path, at, kSlot); }
+  Bytes trailerAt(uint64_t at) { return readAt(path, at + kSlot - 16, 16); }
+  Bytes versionBytes() { return readAt(path, 26, 8); }  // "VER0", active u16 LE, latest u16 LE
+  Bytes buffer() const { return Bytes(f.trackBuffer, f.trackBuffer + kSlot); }
+  bool forgotten() const { return f.currentCyl == 0xFFFFFFFFu && f.currentHead == 0xFFFF && f.currentCell == 0xFFFF; }
+  // Makes (cyl, head) current with `image` (and `trail`) in the buffer only.
+  void load(unsigned cyl, unsigned short head, const TrackImage& image, const Bytes& trail = {}) {
+    ASSERT_EQ(0, f.readTrack(cyl, head, 0));
+    std::memcpy(f.trackBuffer, image.slot(kSlot, trail).data(), kSlot);
+  }
 
   ScopedTempDir dir;
-  std::string path = dir.file("d600");
-  EmulatedCKDfile f;
-  Bytes former05, former32;
+  std::string path = dir.file("v");
+  unsigned cyls_ = 0;
+  T f;
 };
 
-TEST_F(VersioningD600Example, CopiesAndLinks) {
-  EXPECT_EQ(static_cast<long long>(kDataEnd + 2 * kD600Slot), fileSize(path));
-  Bytes copy = slotBytes(path, kDataEnd);
-  EXPECT_TRUE(std::equal(former05.begin(), former05.end() - 16, copy.begin()));
-  // "VER0" 0000 0000 0000000000045800
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x04, 0x58, 0x00}),
-            trailerAt(path, kDataEnd));
-  // "VER0" 0001 0000 00000000388DB400
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0, 1, 0, 0, 0, 0, 0, 0, 0x38, 0x8D, 0xB4, 0x00}),
-            trailerAt(path, kHome05));
-  EXPECT_EQ(trailerBytes(0, kHome32), trailerAt(path, 948867584ULL));
-  EXPECT_EQ(trailerBytes(1, 948867584ULL), trailerAt(path, kHome32));
+using Verify = Volume;
+
+// The image checks, each without and with repair: the code, and what the slot and buffer hold afterwards.
+TEST_F(Verify, ImageCodesAndRepairs) {
+  enum After { kSound, kReformatted, kCutToR0, kMarkerAtBad };
+  struct Case { const char* name; TrackImage image; unsigned short code; After after; long bad; };
+  auto track = [](std::initializer_list<std::pair<uint16_t, uint16_t>> ids) {  // R0 at 0/5, then (cyl, R) with DL 10
+    TrackImage t(0, 5);
+    t.record(0, 5, 0, {}, 8);
+    for (auto id : ids) t.record(id.first, 5, static_cast<uint8_t>(id.second), {}, 10, {}, 0x44);
+    return t.marker();
+  };
+  TrackImage full(0, 5);  // a record ending exactly at the limit, then the marker
+  full.record(0, 5, 0, {}, 8).record(0, 5, 1, {}, static_cast<uint16_t>(kLimit - 29)).marker();
+  TrackImage over(0, 5);  // one byte more
+  over.record(0, 5, 0, {}, 8).record(0, 5, 1, {}, 50, {}, 0x11).record(0, 5, 2, hex("AA"), static_cast<uint16_t>(kLimit + 1 - 79 - 9));
+  TrackImage rich(0, 5);  // records of another address (all the same one), count-only records anywhere
+  rich.record(0, 5, 0, {}, 8).record(7, 9, 1, hex("C1C2"), 20).record(0, 0, 0, {}, 0).record(7, 9, 2, {}, 100).record(1, 1, 0, {}, 0).marker();
+  TrackImage wrap(0, 5);  // 655 count-only records pass; record 656 is bad: 65605 wraps to 69
+  wrap.record(0, 5, 0, {}, 8);
+  for (int i = 0; i < 655; ++i) wrap.record(0, 5, 0, {}, 0);
+  wrap.record(0, 5, 0, {}, 1).marker();
+  const Case cases[] = {
+      {"empty", emptyTrack(0, 5), 0, kSound, 0},
+      {"rich", rich, 0, kSound, 0},
+      {"full", full, 0, kSound, 0},
+      {"HA names head 4", TrackImage(0, 4).record(0, 5, 0, {}, 8).marker(), 2, kReformatted, 0},
+      {"R0 numbered 1", TrackImage(0, 5).record(0, 5, 1, {}, 8).marker(), 3, kReformatted, 0},
+      {"R0 on cylinder 1", TrackImage(0, 5).record(1, 5, 0, {}, 8).marker(), 3, kReformatted, 0},
+      {"R0 past the limit", TrackImage(0, 5).raw(hex("0000 0005 00 FF FFFF")), 4, kReformatted, 0},
+      {"record past the limit", over, 4, kCutToR0, 0},
+      {"R1 numbered 0", track({{0, 0}}), 105, kMarkerAtBad, 21},
+      {"R2 on another cylinder", track({{0, 1}, {1, 2}}), 205, kMarkerAtBad, 39},
+      {"R3 on another cylinder", track({{0, 1}, {0, 2}, {2, 3}}), 305, kMarkerAtBad, 57},
+      {"code wraps", wrap, 69, kMarkerAtBad, 21 + 655 * 8},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    load(0, 5, c.image, trailer(3, 0x0102030405060708ULL));
+    const Bytes before = buffer();
+    const Bytes onDisk = slot(slotAt(0, 5));
+    if (c.code == 0) std::memset(f.trackBuffer + kSlot - 16, 0, 16);  // a sound image goes on to the trailer
+    EXPECT_EQ(c.code == 0, f.verifyTrack(false));
+    EXPECT_EQ(c.code, f.verifyCode);
+    EXPECT_EQ(onDisk, slot(slotAt(0, 5)));  // nothing written without repair
+    if (c.code == 0) continue;
+    EXPECT_EQ(before, buffer());
+    f.trackDirty = 1;
+    EXPECT_FALSE(f.verifyTrack(true));
+    EXPECT_EQ(c.code, f.verifyCode);
+    Bytes want = before;
+    if (c.after == kReformatted) {
+      EXPECT_TRUE(forgotten());
+      EXPECT_EQ(before, buffer());  // the buffer is not touched, but stands for no track
+      EXPECT_EQ(emptyTrack(0, 5).slot(kSlot), slot(slotAt(0, 5)));
+      EXPECT_EQ(0, f.writeTrack());  // nothing to write now
+      EXPECT_EQ(emptyTrack(0, 5).slot(kSlot), slot(slotAt(0, 5)));
+      continue;
+    }
+    if (c.after == kCutToR0) {
+      std::fill(want.begin() + 21, want.begin() + kLimit, 0);
+      std::fill_n(want.begin() + 21, 8, 0xFF);
+    } else {  // the marker over the bad count field, zeros up to the trailer's link
+      std::fill_n(want.begin() + c.bad, 8, 0xFF);
+      std::fill(want.begin() + c.bad + 8, want.end() - 8, 0);
+    }
+    EXPECT_EQ(want, buffer());
+    EXPECT_EQ(want, slot(slotAt(0, 5)));  // still current:
+    if (c.after == kMarkerAtBad) { EXPECT_TRUE(f.verifyTrack(false)); }  // the link kept, the marker gone
+  }
+  f.close();
+  ASSERT_EQ(0, f.open(path.c_str(), true));  // no current track after open; read-only: a repair writes nothing
+  EXPECT_FALSE(f.verifyTrack(true));
+  EXPECT_EQ(1, f.verifyCode);
+  load(0, 6, track({{0, 0}}), trailer(1, 0));  // HA 0/5 on track 0/6: code 2
+  EXPECT_FALSE(f.verifyTrack(true));
+  EXPECT_EQ(emptyTrack(0, 6, 6).slot(kSlot), slot(slotAt(0, 6)));
+}
+
+// The trailer checks: link, the copy's marker, the copy's link back (or its home address).
+TEST_F(Verify, TrailerCodes) {
+  const uint64_t own = slotAt(0, 9), end = fileSize(path), cut = slotAt(1, 9);  // cut: a copy inside the volume
+  ASSERT_TRUE(writeAt(path, end, emptyTrack(0, 9).slot(kSlot, trailer(0, own))));  // a copy linking back
+  ASSERT_TRUE(writeAt(path, cut, emptyTrack(1, 9).slot(kSlot, trailer(0, 0))));    // a copy with link 0
+  struct Case { const char* name; uint64_t link; Bytes copyTrailer; unsigned short code; };
+  const Case cases[] = {
+      {"no link", 0, {}, 10},
+      {"copy lacks VER0", slotAt(1, 1), {}, 8},
+      {"links back", end, {}, 0},
+      {"links elsewhere", end, trailer(0, slotAt(0, 10)), 9},
+      {"link 0, HA 1/9 (another track)", cut, {}, 9},
+      {"unreadable: past the end", 1ULL << 40, {}, 7},
+      {"unreadable: all ones", ~0ULL, {}, 7},
+      {"unreadable: short", end + kSlot - 100, {}, 7},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (!c.copyTrailer.empty()) { ASSERT_TRUE(writeAt(path, end + kSlot - 16, c.copyTrailer)); }
+    TrackImage t(0, 9);
+    t.record(0, 9, 0, {}, 8).record(0, 9, 1, {}, 40, {}, 0x4B).marker();
+    for (bool repair : {false, true}) {
+      load(0, 9, t, trailer(2, c.link));
+      testing::internal::CaptureStdout();
+      EXPECT_EQ(c.code == 0, f.verifyTrack(repair));
+      EXPECT_EQ(c.code, f.verifyCode);
+      EXPECT_EQ(c.code == 7 ? "This is it;; ofs = " + std::to_string(own) + "\n" : "", testing::internal::GetCapturedStdout());
+      // Repair makes the track unversioned: the zero trailer, in the buffer and the slot.
+      const Bytes want = t.slot(kSlot, repair && c.code != 0 ? repeat(0, 16) : trailer(2, c.link));
+      EXPECT_EQ(want, buffer());
+      if (repair && c.code != 0) { EXPECT_EQ(want, slot(own)); }
+    }
+    ASSERT_TRUE(writeAt(path, end + kSlot - 16, trailer(0, own)));
+  }
+  // Link 0 in the copy: its home address decides; the own offset of a track
+  // outside the volume is not computable, and neither is the home of its copy.
+  ASSERT_TRUE(writeAt(path, end + kSlot - 16, trailer(0, 0)));
+  load(0, 9, emptyTrack(0, 9), trailer(1, end));
+  EXPECT_TRUE(f.verifyTrack(false));
+  ASSERT_TRUE(writeAt(path, cut + 1, hex("0001 0004")));
+  load(1, 4, emptyTrack(1, 4), trailer(1, cut));
+  f.cylinders = 1;
+  EXPECT_TRUE(f.verifyTrack(false));
+  ASSERT_TRUE(writeAt(path, cut + 1, hex("0000 0005")));  // a copy naming a track in the volume
+  EXPECT_FALSE(f.verifyTrack(false));
+  EXPECT_EQ(9, f.verifyCode);
+  f.cylinders = 2;
+}
+
+TEST_F(Verify, HooksIntoReadAndWriteBack) {
+  ASSERT_TRUE(writeAt(path, slotAt(1, 5), TrackImage(1, 5).record(1, 5, 0, {}, 8).record(1, 5, 0, {}, 3).marker().bytes()));
+  f.verifyTracks = 1;
+  EXPECT_EQ(T::kTrackVerify, f.readTrack(1, 5, 0));  // read, current, but code 105
+  EXPECT_EQ(105, f.verifyCode);
+  EXPECT_TRUE(f.currentCyl == 1 && f.currentHead == 5);
+  ASSERT_EQ(0, f.readTrack(1, 6, 0));
+  f.trackBuffer[2] = 0x07;  // the home address now names cylinder 7
+  f.trackDirty = 1;
+  EXPECT_EQ(T::kTrackVerify, f.writeTrack());
+  EXPECT_EQ(2, f.verifyCode);
+  EXPECT_EQ(emptyTrack(1, 6, 6).slot(kSlot), slot(slotAt(1, 6)));
+  EXPECT_EQ(T::kTrackWriteBack, f.readTrack(0, 0, 0));
+
+}
+
+using Versioning = Volume;
+
+TEST_F(Versioning, EnableDisableAndTheHeader) {
+  int version = -7, copies = -7;
+  T idle, ro;  // no file: -1; read-only: -2 and the header unchanged
+  ASSERT_EQ(0, ro.open(path.c_str(), true));
+  EXPECT_EQ(0, f.enableVersion());
+  EXPECT_EQ(1, f.latestVersion);
+  EXPECT_EQ(0, f.activeVersion);
+  EXPECT_EQ(hex("56455230 0000 0100"), versionBytes());  // "VER0", active 0, latest 1
+  EXPECT_EQ(1, f.queryVersion(version, copies));          // pending
+  EXPECT_EQ(0, version);
+  EXPECT_EQ(-5, f.enableVersion());
+  EXPECT_EQ(-6, f.disableVersion());
+  rewrite(0, 1, 0xAA);  // no copies while pending
+  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+  reopen();
+  EXPECT_EQ(1, f.activeVersion);
+  EXPECT_EQ(hex("56455230 0100 0100"), versionBytes());
+  EXPECT_EQ(0, f.queryVersion(version, copies));
+  EXPECT_EQ(1, version);
+  activate();
+  EXPECT_EQ(hex("56455230 0200 0200"), versionBytes());
+  ASSERT_TRUE(writeAt(path, 0, Bytes{'C', 'K', 'D', '_', 'I', 'N', 'I', 'T'}));  // header unreadable: -3
+  EXPECT_EQ(-3, f.enableVersion());
+  EXPECT_EQ(-3, f.clearVersionInHeader());
+  EXPECT_EQ(-3, f.disableVersion());
+  ASSERT_TRUE(writeAt(path, 0, Bytes{'C', 'K', 'D', '_', 'X', 'V', 'O', 'L'}));
+  EXPECT_EQ(0, f.disableVersion());  // steps down, the marker stays while above 0
+  EXPECT_EQ(1, f.activeVersion);
+  EXPECT_EQ(1, f.latestVersion);
+  EXPECT_EQ(hex("56455230 0100 0100"), versionBytes());
+  EXPECT_EQ(0, f.disableVersion());
+  EXPECT_EQ(repeat(0, 8), versionBytes());
+  EXPECT_EQ(-6, f.disableVersion());
+  activate();
+  rewrite(1, 1, 0x11);
+  EXPECT_EQ(0, f.clearVersionInHeader());  // the header only: members and copies stay
+  EXPECT_EQ(repeat(0, 8), versionBytes());
+  EXPECT_EQ(1, f.activeVersion);
+  EXPECT_EQ(trailer(1, dataEnd()), trailerAt(slotAt(1, 1)));
+
+  const Bytes header = readAt(path, 0, 512);
+  const int refusals[][2] = {
+      {-1, idle.enableVersion()}, {-1, idle.disableVersion()}, {-1, idle.clearVersionInHeader()},
+      {-1, idle.queryVersion(version, copies)}, {-1, idle.doVersion(-1, 1)}, {-2, ro.enableVersion()},
+      {-2, ro.disableVersion()}, {-2, ro.clearVersionInHeader()}, {-2, ro.commitVersion(-1)},
+      {-2, ro.rollbackVersion(-1)}, {-2, ro.verifyVersion(-1)}, {0, idle.clearTrackVersion()},
+      {0, static_cast<int>(idle.versionTrack(512))},
+  };
+  for (const auto& r : refusals) EXPECT_EQ(r[0], r[1]) << &r - refusals;
+  EXPECT_EQ(header, readAt(path, 0, 512));
+}
+
+TEST_F(Versioning, SavedCopiesAndTrailers) {
+  activate();
+  const uint64_t home = slotAt(1, 3);
+  rewrite(1, 3, 0x5A);  // the former image saved once, at dataEnd, linking back
+  EXPECT_EQ(emptyTrack(1, 3, 3).slot(kSlot, trailer(0, home)), slot(dataEnd()));
+  EXPECT_EQ(emptyTrack(1, 3, 0x5A).slot(kSlot, trailer(1, dataEnd())), slot(home));
+  static_assert(slotAt(2, 0) == 0x1A0600, "dataEnd of 2 cylinders");
+  EXPECT_EQ(hex("56455230 0001 0000 00000000001A0600"), trailerAt(home));  // VER0, version 1, reserved, link
+  rewrite(1, 3, 0x6B);  // again under the same version: no second copy
+  EXPECT_EQ(static_cast<long long>(dataEnd() + kSlot), fileSize(path));
+  EXPECT_EQ(trailer(1, dataEnd()), trailerAt(home));
+  rewrite(0, 0, 0x11);  // the next track: the next copy slot
+  EXPECT_EQ(trailer(0, slotAt(0, 0)), trailerAt(dataEnd() + kSlot));
+  EXPECT_EQ(trailer(1, dataEnd() + kSlot), trailerAt(slotAt(0, 0)));
   int version, copies;
   EXPECT_EQ(0, f.queryVersion(version, copies));
   EXPECT_EQ(2, copies);
+  EXPECT_EQ(-5, f.disableVersion());
   EXPECT_EQ(2, f.verifyVersion(-1));
-  EXPECT_EQ(static_cast<long long>(kDataEnd + 2 * kD600Slot), fileSize(path));
-}
 
-TEST_F(VersioningD600Example, RollbackRestoresFormerImagesAndLength) {
-  EXPECT_EQ(2, f.rollbackVersion(-1));
-  EXPECT_EQ(static_cast<long long>(kDataEnd), fileSize(path));
-  EXPECT_EQ(former05, slotBytes(path, kHome05));  // zero trailer: never versioned before
-  EXPECT_EQ(former32, slotBytes(path, kHome32));
-  int version, copies;
+  ASSERT_EQ(0, f.readTrack(0, 7, 0));  // clearTrackVersion writes the buffer with a zero trailer
+  std::memcpy(f.trackBuffer + kSlot - 16, trailer(1, 99).data(), 16);
+  std::memset(f.trackBuffer + 13, 0x71, 8);
+  EXPECT_EQ(0, f.clearTrackVersion());
+  EXPECT_EQ(emptyTrack(0, 7, 0x71).slot(kSlot), slot(slotAt(0, 7)));
+  EXPECT_EQ(static_cast<long long>(dataEnd() + 2 * kSlot), fileSize(path));
+
+  // Nested: version 2 counts only copies of version 1 images.
+  activate();
   EXPECT_EQ(0, f.queryVersion(version, copies));
   EXPECT_EQ(0, copies);
-  EXPECT_EQ(0, f.disableVersion());
-  EXPECT_EQ(Bytes(8, 0), headerVersionBytes(path));
-  EXPECT_EQ(0, f.activeVersion);
-  EXPECT_EQ(0, f.latestVersion);
-}
-
-TEST_F(VersioningD600Example, CommitKeepsNewContentsAndDropsCopies) {
-  EXPECT_EQ(2, f.commitVersion(-1));
-  EXPECT_EQ(static_cast<long long>(kDataEnd), fileSize(path));
-  EXPECT_EQ(trackImage(0, 5, 0xE5), slotBytes(path, kHome05));
-  EXPECT_EQ(trackImage(3, 2, 0xE2), slotBytes(path, kHome32));
-  // The next change under the same version makes a new copy of the committed image.
-  rewrite(f, 0, 5, 0xF5);
-  EXPECT_EQ(static_cast<long long>(kDataEnd + kD600Slot), fileSize(path));
-  Bytes copy = slotBytes(path, kDataEnd);
-  EXPECT_EQ(0xE5, copy[13]);
-}
-
-TEST_F(Versioning, RollbackRestoresEveryChangedTrackExactly) {
-  // 7 cylinders: 105 tracks, 100 of them changed, so commit and rollback pass
-  // the periodic sync point (every 93 slots on D600).
-  makeVolume(7);
-  // Former images carry bytes in the free space too, which must come back.
-  for (unsigned int h = 0; h < kD600Heads; ++h) {
-    unsigned char junk[4] = {0xDE, 0xAD, static_cast<unsigned char>(h), 0x01};
-    ASSERT_TRUE(writeFileBytes(path, slotOffset(2, h) + 4000, junk, 4));
-  }
-  const long long length = fileSize(path);
-  std::map<unsigned long long, Bytes> before;
-  for (unsigned int c = 0; c < 7; ++c)
-    for (unsigned int h = 0; h < kD600Heads; ++h) before[slotOffset(c, h)] = slotBytes(path, slotOffset(c, h));
-
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  int changed = 0;
-  for (unsigned int c = 0; c < 7 && changed < 100; ++c) {
-    for (unsigned int h = 0; h < kD600Heads && changed < 100; ++h, ++changed) {
-      rewrite(f, c, static_cast<unsigned short>(h), static_cast<unsigned char>(0x80 + changed));
-      if (changed % 3 == 0) rewrite(f, c, static_cast<unsigned short>(h), 0xEE);  // twice
-    }
-  }
-  EXPECT_EQ(length + 100LL * kD600Slot, fileSize(path));
-  EXPECT_EQ(100, f.verifyVersion(-1));
-  EXPECT_EQ(100, f.rollbackVersion(-1));
-  EXPECT_EQ(length, fileSize(path));
-  for (const auto& entry : before) {
-    EXPECT_EQ(entry.second, slotBytes(path, entry.first)) << "slot at " << entry.first;
-  }
-}
-
-TEST_F(Versioning, CommitKeepsEveryChangeAndCutsTheCopies) {
-  makeVolume(7);
-  const long long length = fileSize(path);
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  for (int n = 0; n < 100; ++n) rewrite(f, n / 15, static_cast<unsigned short>(n % 15), 0x40 + n);
-  EXPECT_EQ(100, f.commitVersion(-1));
-  EXPECT_EQ(length, fileSize(path));
-  for (int n = 0; n < 105; ++n) {
-    unsigned int c = n / 15, h = n % 15;
-    Bytes want = trackImage(c, h, n < 100 ? static_cast<unsigned char>(0x40 + n) : static_cast<unsigned char>(h));
-    EXPECT_EQ(want, slotBytes(path, slotOffset(c, h))) << "track " << c << "/" << h;
-  }
-  EXPECT_EQ(0, f.disableVersion());
-}
-
-TEST_F(Versioning, DoVersionTargetsAndNoOps) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  EXPECT_EQ(0, f.commitVersion(-1));  // versioning off: nothing, file untouched
-  activateNextVersion(f);
-  rewrite(f, 0, 1, 0x01);
-  rewrite(f, 0, 2, 0x02);
-  const long long length = fileSize(path);
-  EXPECT_EQ(0, f.commitVersion(2));    // above the active version
-  EXPECT_EQ(0, f.rollbackVersion(5));
-  EXPECT_EQ(length, fileSize(path));
-  EXPECT_EQ(0, f.verifyVersion(0));    // target 0 processes nothing
-  EXPECT_EQ(0, f.commitVersion(0));    // ... and truncates to the present length
-  EXPECT_EQ(length, fileSize(path));
-  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, slotOffset(0, 1)));
-  EXPECT_EQ(2, f.verifyVersion(1));
-  EXPECT_EQ(2, f.commitVersion(1));
-  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
-}
-
-TEST_F(Versioning, DoVersionFindsBrokenLinks) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  rewrite(f, 0, 1, 0x01);  // copy at dataEnd
-  rewrite(f, 0, 2, 0x02);  // copy at dataEnd + slot: the newest
-  const unsigned long long c1 = dataEnd(), c2 = dataEnd() + kD600Slot;
-  const long long length = fileSize(path);
-
-  {  // -6: the newest copy lacks "VER0".
-    Bytes keep = trailerAt(path, c2);
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, "VERX", 4));
-    EXPECT_EQ(-6, f.verifyVersion(-1));
-    EXPECT_EQ(-6, f.commitVersion(-1));
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, keep.data(), 16));
-  }
-  {  // -9: the home slot links elsewhere (rewritten with another link).
-    Bytes other = trailerBytes(1, 12345);
-    ASSERT_TRUE(writeFileBytes(path, slotOffset(0, 2) + kD600Slot - 16, other.data(), 16));
-    EXPECT_EQ(-9, f.verifyVersion(-1));
-    Bytes back = trailerBytes(1, c2);
-    ASSERT_TRUE(writeFileBytes(path, slotOffset(0, 2) + kD600Slot - 16, back.data(), 16));
-  }
-  {  // -8: the home slot lacks "VER0" (its trailer was cleared).
-    ASSERT_EQ(0, f.readTrack(0, 2, 0));
-    ASSERT_EQ(0, f.clearTrackVersion());
-    EXPECT_EQ(Bytes(16, 0), trailerAt(path, slotOffset(0, 2)));
-    EXPECT_EQ(-8, f.verifyVersion(-1));
-    Bytes back = trailerBytes(1, c2);
-    ASSERT_TRUE(writeFileBytes(path, slotOffset(0, 2) + kD600Slot - 16, back.data(), 16));
-  }
-  {  // -7: the copy's link points past the end of the file.
-    Bytes far = trailerBytes(0, 1ULL << 40);
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, far.data(), 16));
-    EXPECT_EQ(-7, f.verifyVersion(-1));
-    Bytes hostile = trailerBytes(0, ~0ULL);
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, hostile.data(), 16));
-    EXPECT_EQ(-7, f.verifyVersion(-1));
-    Bytes back = trailerBytes(0, slotOffset(0, 2));
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, back.data(), 16));
-  }
-  {  // -10: the copy's home address names another track.
-    unsigned char head3[2] = {0x00, 0x03};
-    ASSERT_TRUE(writeFileBytes(path, c2 + 3, head3, 2));
-    EXPECT_EQ(-10, f.verifyVersion(-1));
-    unsigned char head2[2] = {0x00, 0x02};
-    ASSERT_TRUE(writeFileBytes(path, c2 + 3, head2, 2));
-  }
-  {  // A zero link is resolved through the copy's home address.
-    Bytes zero = trailerBytes(0, 0);
-    ASSERT_TRUE(writeFileBytes(path, c2 + kD600Slot - 16, zero.data(), 16));
-    EXPECT_EQ(2, f.verifyVersion(-1));
-  }
-  EXPECT_EQ(length, fileSize(path));  // verify changed nothing
-
-  // An error stops the walk after the newer copy was already processed, and
-  // nothing is truncated: the older copy's home links elsewhere.
-  Bytes other = trailerBytes(1, 999);
-  ASSERT_TRUE(writeFileBytes(path, slotOffset(0, 1) + kD600Slot - 16, other.data(), 16));
-  EXPECT_EQ(-9, f.rollbackVersion(-1));
-  EXPECT_EQ(length, fileSize(path));
-  EXPECT_EQ(trackImage(0, 2, 2), slotBytes(path, slotOffset(0, 2)));  // rolled back already
-  (void)c1;
-}
-
-TEST_F(Versioning, NestedVersionsCountOnlyCopiesOfTheActiveVersion) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);               // version 1
-  rewrite(f, 0, 4, 0x41);               // c1: image of version 0
-  activateNextVersion(f);               // version 2 nests over 1
-  EXPECT_EQ(2, f.activeVersion);
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0x02, 0x00, 0x02, 0x00}), headerVersionBytes(path));
-  int version, copies;
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(2, version);
-  EXPECT_EQ(0, copies);                 // c1 belongs to version 1
-
-  rewrite(f, 0, 4, 0x42);               // c2: image of version 1
-  EXPECT_EQ(trailerBytes(1, slotOffset(0, 4)), trailerAt(path, dataEnd() + kD600Slot));
-  EXPECT_EQ(trailerBytes(2, dataEnd() + kD600Slot), trailerAt(path, slotOffset(0, 4)));
+  rewrite(1, 3, 0x42);
+  EXPECT_EQ(trailer(1, home), trailerAt(dataEnd() + 2 * kSlot));
   EXPECT_EQ(0, f.queryVersion(version, copies));
   EXPECT_EQ(1, copies);
-  EXPECT_EQ(-5, f.disableVersion());
+  EXPECT_EQ(-9, f.verifyVersion(-1));  // the first copy's home now links to the newer one
 
-  // c1's home now links to c2: walking on from c2 meets a broken back link.
-  EXPECT_EQ(-9, f.verifyVersion(-1));
-
-  // Enabling while active: pending, and disable refuses while pending.
-  EXPECT_EQ(0, f.enableVersion());
-  EXPECT_EQ(3, f.latestVersion);
-  EXPECT_EQ(1, f.queryVersion(version, copies));
-  EXPECT_EQ(-5, f.enableVersion());
-}
-
-TEST_F(Versioning, DisableStepsDownAndClearsTheMarkerAtZero) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  activateNextVersion(f);
-  ASSERT_EQ(2, f.activeVersion);
-  EXPECT_EQ(0, f.disableVersion());
-  EXPECT_EQ(1, f.activeVersion);
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ((Bytes{'V', 'E', 'R', '0', 0x01, 0x00, 0x01, 0x00}), headerVersionBytes(path));
-  EXPECT_EQ(0, f.disableVersion());
-  EXPECT_EQ(0, f.activeVersion);
-  EXPECT_EQ(Bytes(8, 0), headerVersionBytes(path));
-  EXPECT_EQ(-6, f.disableVersion());
-  // Off again: the file opens with its size checked.
-  ASSERT_EQ(0, f.close());
-  EXPECT_EQ(0, f.open(path.c_str(), false));
-}
-
-TEST_F(Versioning, ClearVersionInHeaderLeavesMembersAndCopies) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  rewrite(f, 1, 1, 0x11);
-  const long long length = fileSize(path);
-  EXPECT_EQ(0, f.clearVersionInHeader());
-  EXPECT_EQ(Bytes(8, 0), headerVersionBytes(path));
-  EXPECT_EQ(1, f.activeVersion);
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ(length, fileSize(path));
-  EXPECT_EQ(trailerBytes(1, dataEnd()), trailerAt(path, slotOffset(1, 1)));
-}
-
-TEST_F(Versioning, ClearTrackVersionWritesTheBufferWithAZeroTrailer) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  rewrite(f, 0, 7, 0x70);
-  ASSERT_EQ(0, f.readTrack(0, 7, 0));
-  changeCurrent(f, 0x71);  // not written back yet
-  EXPECT_EQ(0, f.clearTrackVersion());
+  // The copy cannot be made (the file ends inside the slot): -6, nothing written, still changed.
+  ASSERT_EQ(0, f.readTrack(1, 14, 0));
+  std::memset(f.trackBuffer + 13, 0x77, 8);
+  f.trackDirty = 1;
+  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotAt(1, 14) + 100)));
+  EXPECT_EQ(T::kTrackNoCopy, f.writeTrack());
   EXPECT_EQ(1, f.trackDirty);
-  EXPECT_EQ(trackImage(0, 7, 0x71), slotBytes(path, slotOffset(0, 7)));
-  EXPECT_EQ(static_cast<long long>(dataEnd() + kD600Slot), fileSize(path));  // no copy
-  f.trackDirty = 0;
+  EXPECT_EQ(repeat(0, 16), Bytes(f.trackBuffer + kSlot - 16, f.trackBuffer + kSlot));
+  EXPECT_EQ(static_cast<long long>(slotAt(1, 14) + 100), fileSize(path));
 }
 
-// A commit that stopped part-way: its newer copies' home slots were already
-// written when the process ended. What the volume then offers: every track
-// still verifies, no track lost its new contents, and once the copies that
-// were processed are gone (the cut the commit did not reach) the rest commits.
-TEST_F(Versioning, InterruptedCommitCanBeVerifiedAndCommittedAgain) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  const unsigned short heads[4] = {1, 4, 9, 13};
-  for (int i = 0; i < 4; ++i) rewrite(f, 1, heads[i], static_cast<unsigned char>(0xC0 + i));
-  ASSERT_EQ(0, f.close());
-
-  // The interrupted commit: the two newest copies were processed (their home
-  // slots got the committed trailer, zero here), then the process stopped.
-  for (int i = 2; i < 4; ++i) {
-    Bytes zero(16, 0);
-    ASSERT_TRUE(writeFileBytes(path, slotOffset(1, heads[i]) + kD600Slot - 16, zero.data(), 16));
+// 7 cylinders, 100 of 105 tracks changed (some twice): commit and rollback
+// pass the sync point (every 93 slots) and restore or keep every byte.
+TEST_F(Versioning, CommitAndRollbackEveryTrack) {
+  for (bool rollback : {true, false}) {
+    SCOPED_TRACE(rollback ? "rollback" : "commit");
+    make(7);
+    for (unsigned h = 0; h < kHeads; ++h) ASSERT_TRUE(writeAt(path, slotAt(2, h) + 4000, {0xDE, 0xAD, static_cast<unsigned char>(h)}));
+    std::vector<Bytes> before;
+    for (unsigned t = 0; t < 105; ++t) before.push_back(slot(slotAt(0, t)));
+    activate();
+    for (unsigned t = 0; t < 100; ++t) {
+      rewrite(t / 15, t % 15, static_cast<unsigned char>(0x80 + t));
+      if (t % 3 == 0) rewrite(t / 15, t % 15, static_cast<unsigned char>(0x80 + t));
+    }
+    EXPECT_EQ(static_cast<long long>(dataEnd() + 100 * kSlot), fileSize(path));
+    EXPECT_EQ(0, f.commitVersion(2));  // above the active version: nothing
+    EXPECT_EQ(0, f.verifyVersion(0));
+    EXPECT_EQ(100, f.verifyVersion(-1));
+    EXPECT_EQ(100, rollback ? f.rollbackVersion(-1) : f.commitVersion(1));
+    EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+    for (unsigned t = 0; t < 105; ++t) {
+      Bytes want = before[t];
+      if (!rollback && t < 100) std::fill_n(want.begin() + 13, 8, 0x80 + t);
+      ASSERT_EQ(want, slot(slotAt(0, t))) << t;
+    }
+    EXPECT_EQ(0, f.disableVersion());
   }
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  ASSERT_EQ(1, f.activeVersion);
+}
+
+// Broken links met by the walk from the newest copy back: each code, then repaired.
+TEST_F(Versioning, BrokenLinks) {
+  activate();
+  rewrite(0, 1, 0x01);
+  rewrite(0, 2, 0x02);
+  const uint64_t c2 = dataEnd() + kSlot, home = slotAt(0, 2);
+  const long long length = fileSize(path);
+  struct Case { const char* name; uint64_t at; const char* bytes; int rc; };
+  const Case cases[] = {
+      {"newest copy lacks VER0", c2 + kSlot - 16, "56455258", -6},
+      {"home links elsewhere", home + kSlot - 8, "0000000000003039", -9},
+      {"home lacks VER0", home + kSlot - 16, "00000000", -8},
+      {"copy links past the end", c2 + kSlot - 8, "0000010000000000", -7},
+      {"copy links to all ones", c2 + kSlot - 8, "FFFFFFFFFFFFFFFF", -7},
+      {"copy names another track", c2 + 3, "0003", -10},
+      {"copy link 0: the home address decides", c2 + kSlot - 8, "0000000000000000", 2},
+  };
+  for (const Case& c : cases) {
+    const Bytes keep = readAt(path, c.at, hex(c.bytes).size());
+    ASSERT_TRUE(writeAt(path, c.at, hex(c.bytes)));
+    EXPECT_EQ(c.rc, f.verifyVersion(-1)) << c.name;
+    if (c.rc < 0) { EXPECT_EQ(c.rc, f.commitVersion(-1)) << c.name; }
+    ASSERT_TRUE(writeAt(path, c.at, keep));
+  }
+  EXPECT_EQ(length, fileSize(path));
+  // An error stops the walk after the newer copy was processed; nothing is cut.
+  ASSERT_TRUE(writeAt(path, slotAt(0, 1) + kSlot - 8, be(999, 8)));
+  EXPECT_EQ(-9, f.rollbackVersion(-1));
+  EXPECT_EQ(length, fileSize(path));
+  EXPECT_EQ(emptyTrack(0, 2, 2).slot(kSlot), slot(home));  // rolled back already
+}
+
+// A commit interrupted after its two newest copies: every track still
+// verifies; once those copies are cut off, the rest commits.
+TEST_F(Versioning, InterruptedCommitAndCutCopyArea) {
+  activate();
+  const unsigned short heads[4] = {1, 4, 9, 13};
+  for (int i = 0; i < 4; ++i) rewrite(1, heads[i], static_cast<unsigned char>(0xC0 + i));
+  for (int i = 2; i < 4; ++i) ASSERT_TRUE(writeAt(path, slotAt(1, heads[i]) + kSlot - 16, repeat(0, 16)));
   for (int i = 0; i < 4; ++i) {
     ASSERT_EQ(0, f.readTrack(1, heads[i], 0));
-    EXPECT_TRUE(f.verifyTrack(false)) << "code " << f.verifyCode;
-    EXPECT_EQ(0xC0 + i, f.trackBuffer[13]);
+    EXPECT_TRUE(f.verifyTrack(false)) << f.verifyCode;
   }
-  // A repeated call meets the processed copies first and stops, changing nothing.
-  const long long length = fileSize(path);
-  EXPECT_EQ(-8, f.verifyVersion(-1));
   EXPECT_EQ(-8, f.commitVersion(-1));
-  EXPECT_EQ(length, fileSize(path));
-
-  // With the processed copies cut off, verify and commit finish the job.
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(dataEnd() + 2 * kD600Slot)));
-  EXPECT_EQ(2, f.verifyVersion(-1));
+  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(dataEnd() + 2 * kSlot)));
   EXPECT_EQ(2, f.commitVersion(-1));
   EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(trackImage(1, heads[i], static_cast<unsigned char>(0xC0 + i)),
-              slotBytes(path, slotOffset(1, heads[i])));
-  }
-  EXPECT_EQ(0, f.disableVersion());
-}
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(emptyTrack(1, heads[i], 0xC0 + i).slot(kSlot), slot(slotAt(1, heads[i])));
 
-// The copy area cut inside a copy. The walks step back in whole slots from
-// the end of the file, so after the cut they meet slots that straddle two
-// copies: the count of queryVersion looks only at the version bytes (zero in
-// those straddling slots, so they count as copies of version 1), while
-// verify and commit stop with -6 at the first one that lacks "VER0".
-TEST_F(Versioning, CopyAreaCutInsideACopy) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  rewrite(f, 0, 3, 0x33);  // copy at dataEnd
-  rewrite(f, 0, 6, 0x66);  // copy at dataEnd + slot
-  rewrite(f, 0, 9, 0x99);  // copy at dataEnd + 2 slots, cut to its first 1000 bytes
-  const unsigned long long cutEnd = dataEnd() + 2 * kD600Slot + 1000;
+  // The copy area cut inside a copy: the walks step back in whole slots from
+  // the file's end and meet slots straddling two copies (zero trailers).
+  rewrite(0, 3, 0x33);
+  rewrite(0, 6, 0x66);
+  rewrite(0, 9, 0x99);
+  const uint64_t cutEnd = dataEnd() + 2 * kSlot + 1000;
   ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(cutEnd)));
-
-  // Slots at cutEnd - slot and cutEnd - 2 slots: their last 16 bytes are
-  // bytes 984..999 of the copies of (0, 9) and (0, 6), all zero.
   int version, copies;
   EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(2, copies);
+  EXPECT_EQ(2, copies);  // only the version bytes are looked at
   EXPECT_EQ(-6, f.verifyVersion(-1));
-  EXPECT_EQ(-6, f.commitVersion(-1));
-  EXPECT_EQ(static_cast<long long>(cutEnd), fileSize(path));
+  rewrite(1, 0, 0x10);  // the next copy goes behind the stump
+  EXPECT_EQ(trailer(0, slotAt(1, 0)), trailerAt(cutEnd));
+  EXPECT_EQ(-6, f.commitVersion(-1));  // handles that copy, then meets a straddling slot
+  EXPECT_EQ(static_cast<long long>(cutEnd + kSlot), fileSize(path));
+  EXPECT_EQ(emptyTrack(1, 0, 0x10).slot(kSlot), slot(slotAt(1, 0)));
 
-  // The track whose copy is gone: code 7, the line, and a cleared trailer.
-  ASSERT_EQ(0, f.readTrack(0, 9, 0));
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(f.verifyTrack(true));
-  std::string out = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(7, f.verifyCode);
-  EXPECT_EQ("This is it;; ofs = " + std::to_string(slotOffset(0, 9)) + "\n", out);
-  EXPECT_EQ(Bytes(16, 0), trailerAt(path, slotOffset(0, 9)));
-
-  // The next copy goes at the end of the file, behind the stump.
-  rewrite(f, 1, 0, 0x10);
-  EXPECT_EQ(static_cast<long long>(cutEnd + kD600Slot), fileSize(path));
-  EXPECT_EQ(trailerBytes(0, slotOffset(1, 0)), trailerAt(path, cutEnd));
-  EXPECT_EQ(trailerBytes(1, cutEnd), trailerAt(path, slotOffset(1, 0)));
-
-  // Commit handles that newest copy (its version 0 gives a zero trailer),
-  // then meets the straddling slot: -6, and nothing is cut.
-  EXPECT_EQ(-6, f.commitVersion(-1));
-  EXPECT_EQ(static_cast<long long>(cutEnd + kD600Slot), fileSize(path));
-  EXPECT_EQ(trackImage(1, 0, 0x10), slotBytes(path, slotOffset(1, 0)));
-  // A repeated call meets the processed copy again: its home lacks "VER0".
-  EXPECT_EQ(-8, f.commitVersion(-1));
-}
-
-// A file that ends short of dataEnd (the last cylinder cut off): the copy
-// still goes at the end of the file, into the place of the missing slot
-// (1, 0); it lies below dataEnd, so the walks do not see it.
-TEST_F(Versioning, FileEndingShortOfTheCopyAreaGetsItsCopyAtTheEnd) {
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  activateNextVersion(f);
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotOffset(1, 0))));  // cylinder 1 gone
-  rewrite(f, 0, 2, 0x22);
-  EXPECT_EQ(static_cast<long long>(slotOffset(1, 1)), fileSize(path));
-  EXPECT_EQ(trailerBytes(1, slotOffset(1, 0)), trailerAt(path, slotOffset(0, 2)));
-  EXPECT_EQ(trailerBytes(0, slotOffset(0, 2)), trailerAt(path, slotOffset(1, 0)));
+  // A file ending short of dataEnd: the copy lands below it, where the walks do not look.
+  make(2);
+  activate();
+  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotAt(1, 0))));
+  rewrite(0, 2, 0x22);
+  EXPECT_EQ(trailer(1, slotAt(1, 0)), trailerAt(slotAt(0, 2)));
   EXPECT_TRUE(f.verifyTrack(false));
-
-  int version, copies;
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(0, copies);
-  EXPECT_EQ(0, f.rollbackVersion(-1));  // nothing at or above dataEnd
-  EXPECT_EQ(static_cast<long long>(slotOffset(1, 1)), fileSize(path));
-  EXPECT_EQ(0x22, slotBytes(path, slotOffset(0, 2))[13]);
+  EXPECT_EQ(0, f.rollbackVersion(-1));
+  EXPECT_EQ(static_cast<long long>(slotAt(1, 1)), fileSize(path));
 }
 
 TEST(VersioningD200, CopyAreaBeginsBehindAllTenCells) {
   ScopedTempDir dir;
-  std::string path = dir.file("d200");
-  constexpr unsigned long long kSlot = 2560;
-  constexpr unsigned long long kDataEnd = 512 + 200000 * kSlot;
-  {
-    EmulatedCKDfile c;
-    ASSERT_EQ(0, c.create(path.c_str(), EmulatedCKDfile::D200, 5));
-  }
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(kDataEnd)));
-  ASSERT_TRUE(writeFileBytes(path, 0, "CKD_XVOL", 8));
-  // The last track: cell 9, cylinder 0x1309, head 0x0413.
-  const unsigned long long last = 512 + 199999 * kSlot;
-  unsigned char image[29] = {0, 0x13, 0x09, 0x04, 0x13,               // HA
-                             0x13, 0x09, 0x04, 0x13, 0, 0, 0, 8,      // R0 count
-                             1, 2, 3, 4, 5, 6, 7, 8,                  // R0 data
-                             0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  ASSERT_TRUE(writeFileBytes(path, last, image, sizeof image));
-
-  EmulatedCKDfile f;
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  ASSERT_EQ(0, f.enableVersion());
-  ASSERT_EQ(0, f.close());
+  const std::string path = dir.file("d200");
+  constexpr uint64_t kD200Slot = 2560, kEnd = 512 + 200000 * kD200Slot, kLast = 512 + 199999 * kD200Slot;
+  Header h;
+  h.heads = 20, h.trackSize = 2560, h.code = 0xA4, h.created = h.cyls = 5, h.marker = true, h.latest = 1;
+  ASSERT_TRUE(writeVolume(path, h.bytes(), kEnd));
+  const Bytes last = emptyTrack(0x1309, 0x0413, 9).slot(kD200Slot);  // cell 9, cylinder 1309, head 0413
+  ASSERT_TRUE(writeAt(path, kLast, last));
+  T f;  // the pending version becomes active
   ASSERT_EQ(0, f.open(path.c_str(), false));
   ASSERT_EQ(0, f.readTrack(0x1309, 0x0413, 9));
-  f.trackBuffer[13] = 0xAB;
-  f.trackDirty = 1;
+  f.trackBuffer[13] = 0xAB, f.trackDirty = 1;
   ASSERT_EQ(0, f.writeTrack());
-  EXPECT_EQ(static_cast<long long>(kDataEnd + kSlot), fileSize(path));
-  EXPECT_EQ(trailerBytes(1, kDataEnd), readFileBytes(path, last + kSlot - 16, 16));
+  EXPECT_EQ(trailer(1, kEnd), readAt(path, kLast + kD200Slot - 16, 16));
+  EXPECT_EQ(Bytes(last.begin(), last.end() - 16), readAt(path, kEnd, kD200Slot - 16));  // the copy behind all ten cells
   EXPECT_EQ(1, f.rollbackVersion(-1));
-  EXPECT_EQ(static_cast<long long>(kDataEnd), fileSize(path));
-  EXPECT_EQ(Bytes(image, image + sizeof image), readFileBytes(path, last, sizeof image));
-  EXPECT_EQ(Bytes(16, 0), readFileBytes(path, last + kSlot - 16, 16));
+  EXPECT_EQ(static_cast<long long>(kEnd), fileSize(path));
+  EXPECT_EQ(last, readAt(path, kLast, kD200Slot));
 }
 
 }  // namespace

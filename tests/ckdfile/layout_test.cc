@@ -1,0 +1,266 @@
+// Device table, type texts, models, slot offsets, the track-address step, the
+// HA/count codecs and the reference accessors.
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "support/temp_dir.h"
+#include "support/track_builder.h"
+
+namespace {
+
+using T = EmulatedCKDfile;
+using namespace ckdvol_test;
+
+TEST(DeviceTable, EveryRowAndTheIdleState) {
+  struct Row { uint32_t type; unsigned char code; unsigned cyls, heads, slot, capacity, cells, model; };
+  const Row rows[] = {
+      {0xD100, 0xA1, 48, 8, 14848, 14660, 1, 1},    {0xD130, 0xA2, 200, 10, 4096, 3625, 1, 0},
+      {0xD160, 0xA3, 200, 20, 7680, 7294, 1, 0},    {0xD200, 0xA4, 5, 20, 2560, 2000, 10, 0},
+      {0xD300, 0xA5, 404, 19, 13312, 13030, 1, 1},  {0xD400, 0xA6, 348, 12, 8704, 8368, 1, 35},
+      {0xD430, 0xA7, 555, 30, 19456, 19069, 1, 0},  {0xD460, 0xA8, 959, 12, 35840, 35616, 1, 0},
+      {0xD500, 0xA9, 885, 15, 47616, 47476, 1, 1},  {0xD600, 0xAA, 1113, 15, 56832, 56664, 1, 1},
+      {0xD700, 0xAB, 1440, 15, 46592, 46456, 1, 1},
+  };
+  for (int i = 0; i < 11; ++i) {
+    const Row& r = rows[i];
+    T f;
+    EXPECT_EQ(0u, f.trackCapacity);
+    ASSERT_TRUE(f.setType(T::CKDtype(r.type)));
+    const T::DeviceInfo* byCode = T::findDeviceByFileCode(r.code);
+    EXPECT_EQ((std::vector<unsigned>{r.type, r.type, r.cyls, r.heads, r.slot, r.capacity, r.cells, r.model}),
+              (std::vector<unsigned>{T::deviceTable[i].type, byCode ? byCode->type : 0, f.cylinders,
+                                     f.tracksPerCylinder, f.trackSlotSize, f.trackCapacity, f.cellCount, f.model}))
+        << std::hex << r.type;  // the table's fixed order, the file code, the geometry
+    EXPECT_TRUE(f.fileDescriptor == -1 && f.currentCyl == 0xFFFFFFFFu) << std::hex << r.type;
+  }
+  EXPECT_EQ(0u, T::deviceTable[11].type);
+  EXPECT_EQ(nullptr, T::findDevice(0));
+  EXPECT_EQ(nullptr, T::findDevice(0xD650));
+  EXPECT_EQ(nullptr, T::findDeviceByFileCode(0));  // the closing row is no match
+  EXPECT_EQ(nullptr, T::findDeviceByFileCode(0xAC));
+  T f;  // unknown types leave the object idle; a typed object is never retyped
+  EXPECT_FALSE(f.setType(T::CKDtype(0xD650)));
+  ASSERT_TRUE(f.setType(T::D500));
+  f.setCylinders(1000);
+  EXPECT_FALSE(f.setType(T::D600));
+  EXPECT_TRUE(f.setType(T::D500));
+  EXPECT_EQ(1000u, f.cylinders);
+}
+
+TEST(ParseType, Texts) {
+  struct Case { const char* text; bool ok; uint32_t type; int model; };
+  const Case cases[] = {
+      {"  D600-3", true, 0xD600, 3}, {"D600", true, 0xD600, 0}, {"D600-a", true, 0xD600, 59},
+      {"D600-A", true, 0xD600, 59}, {"D200-9", true, 0xD200, 9}, {"D600- 27", true, 0xD600, 27},
+      {"D600-4294967297", true, 0xD600, 1},  // the model is stored in an int, then tested
+      {"D600-99999999999", true, 0xD600, 0x4876E7FF}, {"D600-2147483647", true, 0xD600, 2147483647},
+      {"D600-0", false, 0xD600, -1}, {"D600-", false, 0xD600, -1}, {"D600-3x", false, 0xD600, -1},
+      {"D600--2", false, 0xD600, -1}, {"D600x", false, 0xD600, -1}, {"D600-AA", false, 0xD600, -1},
+      {"D600-2147483648", false, 0xD600, -1}, {"D600-4294967296", false, 0xD600, -1},
+      {"d600", false, 0, -1}, {"Z999", false, 0, -1}, {"", false, 0, -1}, {"  ", false, 0, -1},
+      {"D60", false, 0, -1}, {"D650", false, 0, -1},
+  };
+  for (const Case& c : cases) {
+    T::CKDtype type = T::D100;
+    int model = 5;
+    EXPECT_EQ(c.ok, T::parseType(c.text, type, model)) << c.text;
+    EXPECT_EQ(c.type, static_cast<uint32_t>(type)) << c.text;
+    EXPECT_EQ(c.model, model) << c.text;
+  }
+}
+
+TEST(SetModel, BoundsAndLargeCylinders) {
+  struct Case { uint32_t type; unsigned cyls; unsigned short model; unsigned char large; };
+  const Case cases[] = {
+      {0xD600, 1113, 1, 0}, {0xD600, 1114, 2, 0},   {0xD600, 2226, 2, 0},   {0xD600, 2227, 3, 0},
+      {0xD600, 10016, 3, 0}, {0xD600, 10017, 9, 0}, {0xD600, 65520, 9, 0},  {0xD600, 65521, 9, 1},
+      {0xD100, 48, 1, 0},   {0xD100, 49, 2, 0},     {0xD300, 404, 1, 0},    {0xD300, 405, 11, 0},
+      {0xD400, 348, 35, 0}, {0xD400, 349, 70, 0},   {0xD500, 885, 1, 0},    {0xD500, 886, 2, 0},
+      {0xD500, 1770, 2, 0}, {0xD500, 1771, 3, 0},   {0xD700, 1440, 1, 0},   {0xD700, 1441, 2, 0},
+      {0xD130, 999, 0, 0},  {0xD460, 5000, 0, 0},
+  };
+  for (const Case& c : cases) {
+    T f;
+    ASSERT_TRUE(f.setType(T::CKDtype(c.type)));
+    f.setCylinders(c.cyls);
+    EXPECT_EQ((std::vector<int>{c.model, c.large, c.large}), (std::vector<int>{f.model, f.largeCylinders, f.extendedVolume}))
+        << std::hex << c.type << std::dec << " " << c.cyls;
+  }
+  T f;  // only init clears the flags; it leaves latestVersion alone
+  ASSERT_TRUE(f.setType(T::D600));
+  f.setCylinders(70000);
+  f.setCylinders(100);
+  EXPECT_EQ(1, f.largeCylinders);
+  f.latestVersion = 7, f.readOnly = 1;
+  f.init(true);
+  EXPECT_EQ((std::vector<int>{0, 0, 0, -1, 7}),
+            (std::vector<int>{f.largeCylinders, f.extendedVolume, f.readOnly, f.activeVersion, f.latestVersion}));
+}
+
+// Slot offsets and the address step, on header-only volumes (offsets need a descriptor).
+TEST(Offsets, D600AndD200ThreeCoordinates) {
+  ScopedTempDir dir;
+  T big, d600, d200;
+  ASSERT_EQ(0, big.create(dir.file("big").c_str(), T::D600, 262668));  // 236 x 1113: 64-bit offsets
+  ASSERT_EQ(0, d600.create(dir.file("d600").c_str(), T::D600, 1113));
+  ASSERT_EQ(0, d200.create(dir.file("d200").c_str(), T::D200, 5));
+  struct Case { T* f; unsigned cyl, head, cell; bool check; long long index; };  // index -1: refused (-2)
+  const Case cases[] = {
+      {&d600, 0, 0, 0, true, 0}, {&d600, 1, 2, 0, true, 17}, {&d600, 1112, 14, 0, true, 1112 * 15 + 14},
+      {&d600, 1113, 0, 0, true, -1}, {&d600, 0, 15, 0, true, -1}, {&d600, 0, 0, 1, true, -1},
+      {&d600, 0, 0, 7, false, 0}, {&big, 262667, 14, 0, true, 262667LL * 15 + 14},
+      // D200: index = cell*20000 + CChigh*1000 + CClow*100 + HHhigh*20 + HHlow
+      {&d200, 0x1309, 0x0413, 9, true, 199999}, {&d200, 0x0102, 0x0304, 1, true, 21264},
+      {&d200, 0x000A, 0, 0, true, -1}, {&d200, 0x1400, 0, 0, true, -1}, {&d200, 0, 0x0014, 0, true, -1},
+      {&d200, 0, 0x0500, 0, true, -1}, {&d200, 0, 0, 10, true, -1},
+  };
+  for (const Case& c : cases) {
+    const long long want = c.index < 0 ? -2 : 512 + c.index * c.f->trackSlotSize;
+    EXPECT_EQ(want, c.f->getOffset(c.cyl, c.head, c.cell, c.check)) << c.cyl << "/" << c.head << "/" << c.cell;
+  }
+  EXPECT_EQ(512 + 1113LL * 15 * 56832, d600.getMaxOffset());
+  EXPECT_EQ(512 + 262668LL * 15 * 56832, big.getMaxOffset());
+  EXPECT_EQ(512 + 200000LL * 2560, d200.getMaxOffset());
+  T none;
+  ASSERT_TRUE(none.setType(T::D600));
+  EXPECT_EQ(-1, none.getMaxOffset());  // no file
+
+  // Stepping from the first track visits every slot in file order, then reports the end.
+  for (T* f : {&d200, &d600}) {
+    unsigned short cell = 0, head = 0;
+    unsigned int cyl = 0;
+    long long expected = 512, steps = 0;
+    for (bool beyond = false; !beyond; ++steps, expected += f->trackSlotSize) {
+      ASSERT_EQ(expected, f->getOffset(cyl, head, cell, true)) << steps;
+      beyond = f->increment(cell, cyl, head);
+    }
+    EXPECT_EQ(f->getMaxOffset(), expected);
+    EXPECT_EQ(f == &d200 ? 200000 : 16695, steps);
+  }
+}
+
+TEST(Codec, HomeAddressAndCountFields) {
+  T f;
+  ASSERT_TRUE(f.setType(T::D600));
+  Bytes buf(14, 0xEE);
+  unsigned char* p = buf.data();
+  f.putHA(p, 0, 1, 2);
+  f.putCount(p, 0x1234, 5, 3, 4, 300);
+  EXPECT_EQ(buf.data() + 13, p);
+  EXPECT_EQ(hex("00 0001 0002"          // HA: flag, CC 1, HH 2
+                "1234 0005 03 04 012C"  // count: CC, HH 5, R 3, KL 4, DL 300
+                "EE"),                  // untouched
+            buf);
+  const unsigned char* q = buf.data();
+  unsigned char flag = 9;
+  unsigned int cyl, head, hac, hah;
+  unsigned short r, kl, dl;
+  f.getHA(q, flag, hac, hah);
+  f.getCount(q, cyl, head, r, kl, dl);
+  EXPECT_EQ(buf.data() + 13, q);
+  EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 0x1234, 5, 3, 4, 300}), (std::vector<unsigned>{flag, hac, hah, cyl, head, r, kl, dl}));
+
+  // 28-bit cylinders: HH = cylinder bits 16-27 above a 4-bit head. Count
+  // fields always use it; a home address only for cylinders above 65535.
+  f.setCylinders(70000);
+  struct Case { bool ha; unsigned cyl; unsigned short head; const char* bytes; };
+  const Case cases[] = {
+      {false, 100000, 5, "86A0 0015"}, {false, 3, 20, "0003 0004"},
+      {true, 65535, 20, "FFFF 0014"},  {true, 0x0FFFFFFF, 14, "FFFF FFFE"},
+  };
+  for (const Case& c : cases) {
+    unsigned char out[8];
+    p = out;
+    if (c.ha) f.putHA(p, 0, c.cyl, c.head); else f.putCount(p, static_cast<int>(c.cyl), c.head, 1, 0, 0);
+    EXPECT_EQ(hex(c.bytes), Bytes(out + c.ha, out + c.ha + 4)) << c.cyl;
+  }
+  const Bytes large = hex("86A0 0015 01 00 0000");
+  T small;  // without the flag HH 0015 is head 21
+  ASSERT_TRUE(small.setType(T::D600));
+  for (T* g : {&f, &small}) {
+    q = large.data();
+    g->getCount(q, cyl, head, r, kl, dl);
+    EXPECT_EQ(g == &f ? 100000u << 8 | 5 : 0x86A0u << 8 | 21, cyl << 8 | head);
+  }
+}
+
+// HA 7/3, R0 (DL 8) @5, R1 (KL 4, DL 80) @21, marker @113; every accessor at
+// every kind of place.
+TEST(Refs, AccessorsAtEveryPlace) {
+  T f;
+  ASSERT_TRUE(f.setType(T::D600));
+  const long s = f.trackSlotSize;
+  TrackImage img(7, 3);
+  img.record(7, 3, 0, {}, 8).record(7, 3, 1, repeat(0xC1, 4), 80, {}, 0x5A).marker();
+  Bytes slot = img.slot(s);
+  std::memcpy(slot.data() + s - 8, hex("0002 0001 09 00 0004").data(), 8);  // a count in the trailer
+  std::memcpy(f.trackBuffer, slot.data(), s);
+  auto at = [&](long off) { return static_cast<const void*>(f.trackBuffer + off); };
+  struct Case { long off; int type, cc, hh, r, kl, dl; long key, data; bool count; };
+  const Case cases[] = {  // key/data: offset handed out, -1 null
+      {0, T::ORIENT_HA, 7, 3, -1, -1, -1, -1, -1, false},
+      {5, T::ORIENT_COUNT, 7, 3, 0, 0, 8, -1, 13, true},
+      {21, T::ORIENT_COUNT, 7, 3, 1, 4, 80, 29, 33, true},
+      {113, T::ORIENT_EOT, -1, -1, -1, -1, -1, -1, -1, false},
+      {6, 0, 1792, 768, 0, 0, 2048, -1, 14, true},  // inside a count field: decoded, but no place
+      {s - 16, T::ORIENT_END, 0, 0, 0, 0, 0, -1, -1, false},
+      {s - 8, 0, 2, 1, 9, 0, 4, -1, -1, false},  // count readers reach the last 8 bytes
+      {s - 7, 0, -1, -1, -1, -1, -1, -1, -1, false},
+      {s, 0, -1, -1, -1, -1, -1, -1, -1, false},
+      {-1, 0, -1, -1, -1, -1, -1, -1, -1, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.off);
+    EXPECT_EQ(c.type, f.getRefType(at(c.off)));
+    EXPECT_EQ(c.cc, f.getRefCC(at(c.off)));
+    EXPECT_EQ(c.hh, f.getRefHH(at(c.off)));
+    EXPECT_EQ(c.r, f.getRefR(at(c.off)));
+    EXPECT_EQ(c.kl, f.getRefKL(at(c.off)));
+    EXPECT_EQ(c.dl, f.getRefDL(at(c.off)));
+    EXPECT_EQ(c.key < 0 ? nullptr : f.trackBuffer + c.key, f.getRefKey(at(c.off)));
+    EXPECT_EQ(c.data < 0 ? nullptr : f.trackBuffer + c.data, f.getRefData(at(c.off)));
+    int v[5] = {11, 11, 11, 11, 11};
+    EXPECT_EQ(c.count, f.getRefCount(at(c.off), v[0], v[1], v[2], v[3], v[4]));
+    const std::vector<int> decoded = {c.cc, c.hh, c.r, c.kl, c.dl}, untouched(5, 11);
+    EXPECT_EQ(c.count ? decoded : untouched, std::vector<int>(v, v + 5));
+  }
+  EXPECT_EQ(0, f.getRefType(nullptr));
+  int v = 0;
+  EXPECT_TRUE(f.getRefCount(at(s - 17), v, v, v, v, v));
+  EXPECT_FALSE(f.getRefCount(at(s - 16), v, v, v, v, v));
+
+  // Key and data are handed out while they end inside the buffer, into the trailer included.
+  struct Area { long off; const char* count; long key, data; };
+  const Area areas[] = {
+      {s - 40, "0000 0000 01 04 0014", s - 32, s - 28},  // ends at s - 8
+      {s - 40, "0000 0000 01 FF 0000", -1, -1},          // 255-byte key: past the buffer
+      {s - 17, "0000 0000 01 09 0000", s - 9, -1},       // key ends at s exactly
+      {s - 17, "0000 0000 01 0A 0000", -1, -1},          // one byte more
+      {s - 17, "0000 0000 01 00 0009", -1, s - 9},       // data ends at s exactly
+      {s - 17, "0000 0000 01 00 000A", -1, -1},
+  };
+  for (const Area& a : areas) {
+    std::memcpy(f.trackBuffer + a.off, hex(a.count).data(), 8);
+    EXPECT_EQ(a.key < 0 ? nullptr : f.trackBuffer + a.key, f.getRefKey(at(a.off))) << a.count;
+    EXPECT_EQ(a.data < 0 ? nullptr : f.trackBuffer + a.data, f.getRefData(at(a.off))) << a.count;
+  }
+
+  // The walk of getRefType stops at the record area's end (s - 24).
+  std::memcpy(f.trackBuffer, img.slot(s).data(), s);
+  f.trackBuffer[113] = 0;  // no marker; R1 now ends at s - 25
+  std::memcpy(f.trackBuffer + 27, be(s - 25 - 33, 2).data(), 2);
+  EXPECT_EQ(T::ORIENT_COUNT, f.getRefType(at(s - 25)));
+  EXPECT_EQ(0, f.getRefType(at(s - 24)));
+  f.trackBuffer[27] = f.trackBuffer[28] = 0xFF;
+  EXPECT_EQ(0, f.getRefType(at(s - 25)));
+
+  f.setCylinders(70000);  // large cylinders decode through the references too
+  std::memcpy(f.trackBuffer + 21, hex("86A0 0015").data(), 4);
+  EXPECT_EQ(100000 << 4 | 5, f.getRefCC(at(21)) << 4 | f.getRefHH(at(21)));
+  T idle;
+  EXPECT_TRUE(idle.getRefType(f.trackBuffer) == 0 && idle.getRefCC(f.trackBuffer) == -1);
+}
+
+}  // namespace

@@ -1,0 +1,294 @@
+// locate, locateNext, searchKey, searchRecord, writeCKD, writeD and
+// formatTrack on hand-built track images.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "support/temp_dir.h"
+#include "support/track_builder.h"
+
+namespace {
+
+using T = EmulatedCKDfile;
+using namespace ckdvol_test;
+
+constexpr long kLimit = kSlot - 24;  // end of the record area (dataLimit)
+constexpr long kTrailer = kSlot - 16;
+
+// A formatted 2-cylinder D600 volume, open read-write, track (0, 2) current.
+class Records : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(writeD600(path_, 2));
+    ASSERT_EQ(0, f.open(path_.c_str(), false));
+    ASSERT_EQ(0, f.readTrack(0, 2, 0));
+  }
+  void TearDown() override { f.trackDirty = 0; }
+  // The buffer becomes `t`, zeros, and a trailer pattern no writer may touch.
+  void load(const TrackImage& t) {
+    std::memcpy(f.trackBuffer, t.slot(kSlot, repeat(0x77, 16)).data(), kSlot);
+  }
+  const void* at(long off) const { return off < 0 ? nullptr : f.trackBuffer + off; }
+  long offsetOf(const void* p) const { return p == nullptr ? -1 : static_cast<const unsigned char*>(p) - f.trackBuffer; }
+  Bytes image() const { return Bytes(f.trackBuffer, f.trackBuffer + kSlot); }
+  ScopedTempDir dir_;
+  std::string path_ = dir_.file("v");
+  T f;
+};
+
+// HA 5/1; R0 @5; R1 (count says 9/9, key C1C2C3C4, DL 80) @21; a second
+// R1 (3/3) @113; R2 @125; marker @143.
+TrackImage mixed() {
+  TrackImage t(5, 1);
+  t.record(5, 1, 0, {}, 8).record(9, 9, 1, hex("C1C2C3C4"), 80).record(3, 3, 1, {}, 4).record(5, 1, 2, {}, 10).marker();
+  return t;
+}
+
+TEST_F(Records, PositioningOutcomes) {
+  load(mixed());
+  struct Loc { int orient; unsigned cyl, head, rec; long want; };
+  const Loc locs[] = {
+      {T::ORIENT_HA, 7, 7, 7, 0}, {T::ORIENT_END, 0, 0, 0, kLimit}, {T::ORIENT_EOT, 0, 0, 0, 143},
+      {T::ORIENT_COUNT, 5, 1, 0, 5},
+      {T::ORIENT_COUNT, 5, 1, 1, 21},   // the home address matches
+      {T::ORIENT_COUNT, 9, 9, 1, 21},   // the record's own count field matches
+      {T::ORIENT_COUNT, 9, 1, 1, -1},   // neither
+      {T::ORIENT_COUNT, 3, 3, 1, -1},   // only the first record numbered 1 is a candidate
+      {T::ORIENT_COUNT, 5, 1, 2, 125}, {T::ORIENT_COUNT, 5, 1, 3, -1}, {3, 0, 0, 0, -1}, {0, 0, 0, 0, -1},
+  };
+  for (const Loc& l : locs) {
+    EXPECT_EQ(l.want, offsetOf(f.locate(T::CKDorient(l.orient), l.cyl, l.head, static_cast<unsigned char>(l.rec))))
+        << l.orient << " " << l.cyl << "/" << l.head << "/" << l.rec;
+  }
+  struct Search { long from; unsigned cyl, head, rec; long want; };  // searchRecord: own count field only
+  const Search searches[] = {
+      {-1, 5, 1, 1, -1}, {-1, 9, 9, 1, 21}, {-1, 3, 3, 1, 113}, {21, 9, 9, 1, -1},
+      {-1, 5, 1, 0, 5},  {5, 5, 1, 0, -1},  {-1, 5, 1, 9, -1},  {113, 5, 1, 2, 125},
+  };
+  for (const Search& s : searches) {
+    EXPECT_EQ(s.want, offsetOf(f.searchRecord(at(s.from), s.cyl, s.head, static_cast<unsigned char>(s.rec))))
+        << s.from << " " << s.cyl << "/" << s.head << "/" << s.rec;
+  }
+  const long steps[][2] = {{0, 5}, {5, 21}, {21, 113}, {113, 125}, {125, 143}, {143, -1},
+                           {kTrailer, -1}, {kSlot - 1, -1}, {-1, -1}};
+  for (const auto& s : steps) EXPECT_EQ(s[1], offsetOf(f.locateNext(at(s[0]), false))) << s[0];
+
+  // searchKey: whole keys of the requested length, after `ref`, never `ref` itself.
+  TrackImage keys(0, 2);
+  keys.record(0, 2, 0, hex("C1C2C3C4"), 8)              // @5: record zero is examined too
+      .record(0, 2, 1, hex("C1C2C3C4C5"), 2)            // @25: longer
+      .record(0, 2, 2, hex("C1C2C3"), 2)                // @40: shorter
+      .record(0, 2, 3, hex("C1C2C3C3"), 2)              // @53: lower
+      .record(0, 2, 4, hex("C1C2C3C5"), 2)              // @67: higher
+      .record(0, 2, 5, hex("C1C2C3C4"), 2)              // @81
+      .marker();                                        // @95
+  load(keys);
+  const Bytes abcd = hex("C1C2C3C4"), low = hex("00000000");
+  struct Key { long from; const Bytes* key; bool lower; long want; };
+  const Key ks[] = {{-1, &abcd, false, 5}, {5, &abcd, false, 81}, {5, &abcd, true, 53}, {53, &abcd, true, 81},
+                    {81, &abcd, false, -1}, {-1, &low, true, -1}};
+  for (const Key& k : ks) {
+    EXPECT_EQ(k.want, offsetOf(f.searchKey(at(k.from), k.key->data(), 4, k.lower))) << k.from << " " << k.lower;
+  }
+  EXPECT_EQ(25, offsetOf(f.searchKey(nullptr, hex("C1C2C3C4C5").data(), 5, false)));
+
+  // Record 1 ends exactly at the record area's end, its marker fills the 8 bytes before the trailer.
+  TrackImage full(0, 2);
+  full.record(0, 2, 0, {}, 8).record(0, 2, 1, {}, static_cast<uint16_t>(kLimit - 29)).marker();
+  load(full);
+  EXPECT_EQ(kLimit, offsetOf(f.locateNext(at(21), false)));
+  EXPECT_EQ(-1, offsetOf(f.locate(T::ORIENT_EOT, 0, 0, 0)));  // the walk ends at the area's end
+  EXPECT_EQ(21, offsetOf(f.locate(T::ORIENT_COUNT, 0, 2, 1)));
+
+  T idle, typed;  // no current track: null everywhere
+  ASSERT_TRUE(typed.setType(T::D600));
+  for (T* g : {&idle, &typed}) {
+    EXPECT_EQ(nullptr, g->locate(T::ORIENT_HA, 0, 0, 0));
+    EXPECT_EQ(nullptr, g->locateNext(g->trackBuffer, true));
+    EXPECT_EQ(nullptr, g->searchKey(nullptr, abcd.data(), 4, true));
+    EXPECT_EQ(nullptr, g->searchRecord(nullptr, 0, 0, 0));
+  }
+}
+
+TEST_F(Records, MultitrackSteps) {
+  TrackImage t00(0, 0), t01(0, 1);
+  t00.record(0, 0, 0, {}, 8).record(0, 0, 1, {}, 4).marker();
+  t01.record(0, 1, 0, {}, 8).record(0, 1, 1, hex("D2"), 20).marker();
+  ASSERT_TRUE(writeAt(path_, slotAt(0, 0), t00.bytes()));
+  ASSERT_TRUE(writeAt(path_, slotAt(0, 1), t01.bytes()));
+  ASSERT_EQ(0, f.readTrack(0, 0, 0));
+  EXPECT_EQ(21, offsetOf(f.locateNext(at(5), true)));  // same track
+  f.trackBuffer[13] = 0x5A;                             // a change is written back on the way
+  f.trackDirty = 1;
+  const void* next = f.locateNext(at(21), true);        // skips the marker and R0 of 0/1
+  EXPECT_EQ(21, offsetOf(next));
+  EXPECT_EQ(1, f.currentHead);
+  EXPECT_EQ(1, f.getRefKL(next));
+  EXPECT_EQ(Bytes{0x5A}, readAt(path_, slotAt(0, 0) + 13, 1));
+  ASSERT_EQ(0, f.readTrack(0, 0, 0));
+  EXPECT_EQ(21, offsetOf(f.locateNext(at(33), true)));  // from the marker itself
+  EXPECT_EQ(1, f.currentHead);
+
+  ASSERT_EQ(0, f.readTrack(1, 14, 0));  // the last track: nothing follows
+  EXPECT_EQ(nullptr, f.locateNext(at(5), true));
+  ASSERT_TRUE(writeAt(path_, slotAt(0, 1), emptyTrack(7, 7).bytes()));  // R0 names another track
+  ASSERT_EQ(0, f.readTrack(0, 0, 0));
+  EXPECT_EQ(nullptr, f.locateNext(at(21), true));
+  EXPECT_EQ(1, f.currentHead);
+}
+
+TEST(RecordsLarge, CylindersAbove65535) {
+  ScopedTempDir dir;
+  T f;  // a type and a buffer suffice for the writers
+  ASSERT_TRUE(f.setType(T::D600));
+  f.setCylinders(65667);
+  std::memcpy(f.trackBuffer, TrackImage(0x86A0, 0x0015).bytes().data(), 5);  // HA of cylinder 100000, head 5
+  const Bytes zero(8, 0);
+  EXPECT_EQ(T::kWriteHaMismatch, f.writeCKD(f.trackBuffer, 0x86A0, 0x15, 0, 0, 8, zero.data()));
+  ASSERT_EQ(0, f.writeCKD(f.trackBuffer, 100000, 5, 0, 0, 8, zero.data()));
+  ASSERT_EQ(0, f.writeCKD(f.trackBuffer + 5, 100000, 5, 1, 0, 0, nullptr));
+  EXPECT_EQ(hex("86A0 0015 00 00 0008 0000000000000000 86A0 0015 01 00 0000 FFFFFFFFFFFFFFFF"),
+            Bytes(f.trackBuffer + 5, f.trackBuffer + 37));
+  const Bytes img(f.trackBuffer, f.trackBuffer + 45);
+  Header h;
+  h.level = 4, h.created = h.cyls = 65667;
+  ASSERT_TRUE(writeVolume(dir.file("big"), h.bytes(), slotAt(65667, 0)));
+  T g;
+  ASSERT_EQ(0, g.open(dir.file("big").c_str(), false));
+  ASSERT_EQ(0, g.readTrack(0, 0, 0));
+  std::memcpy(g.trackBuffer, img.data(), img.size());
+  EXPECT_EQ(g.trackBuffer + 21, g.searchRecord(nullptr, 100000, 5, 1));  // all 32 bits compared
+  EXPECT_EQ(nullptr, g.searchRecord(nullptr, 0x86A0, 5, 1));
+  EXPECT_EQ(g.trackBuffer + 21, g.locate(T::ORIENT_COUNT, 100000, 5, 1));
+}
+
+// Damaged images: the walks end, nothing is read outside the buffer (sanitizers);
+// random images are the track-walk fuzz target's work.
+TEST_F(Records, DamagedImagesEndTheWalks) {
+  load(TrackImage(0, 2).record(0, 2, 0, {}, 8).raw(hex("0000 0002 01 FF FFFF")));  // R1: KL 255, DL 65535
+  EXPECT_EQ(nullptr, f.locate(T::ORIENT_EOT, 0, 0, 0));
+  EXPECT_EQ(nullptr, f.locate(T::ORIENT_COUNT, 0, 2, 2));
+  EXPECT_EQ(nullptr, f.locateNext(at(21), true));
+  EXPECT_EQ(2, f.currentHead);  // no track was read
+  EXPECT_EQ(nullptr, f.searchRecord(nullptr, 0, 2, 2));
+  // A 255-byte key 12 bytes before the record area's end runs past the slot: never compared.
+  load(TrackImage(0, 2).record(0, 2, 0, {}, static_cast<uint16_t>(kLimit - 25)).raw(hex("0000 0000 01 FF 0000")));
+  std::memset(f.trackBuffer + kLimit - 4, 0xAA, 28);
+  const Bytes key(255, 0xAA);
+  EXPECT_EQ(kLimit - 12, offsetOf(f.locateNext(at(5), false)));
+  EXPECT_EQ(nullptr, f.searchKey(nullptr, key.data(), 255, true));
+
+  std::memset(f.trackBuffer, 0, kSlot);  // all zero: 8-byte records of R 0 up to the end, no marker
+  EXPECT_EQ(nullptr, f.locate(T::ORIENT_EOT, 0, 0, 0));
+  EXPECT_EQ(nullptr, f.searchRecord(nullptr, 1, 1, 1));
+}
+
+TEST_F(Records, WriteCkdAndWriteD) {
+  TrackImage t(0, 2);
+  t.record(0, 2, 0, {}, 8, {}, 0x11).record(0, 2, 1, hex("C1"), 300, {}, 0x22).marker();
+  load(t);
+  const Bytes r0 = hex("0102030405060708");
+  ASSERT_EQ(0, f.writeCKD(f.trackBuffer, 0, 2, 0, 0, 8, r0.data()));  // record zero: the rest is erased
+  EXPECT_TRUE(f.trackDirty);
+  EXPECT_EQ(cat({hex("00 0000 0002"),           // HA unchanged
+                 hex("0000 0002 00 00 0008"),   // R0 count: CC HH R KL DL
+                 r0, repeat(0xFF, 8),           // R0 data, marker at 21
+                 repeat(0, kTrailer - 29),      // erased up to the record area's end
+                 repeat(0x77, 16)}),            // the trailer untouched
+            image());
+
+  const Bytes kd = hex("C1C2 D1D2D3");
+  ASSERT_EQ(0, f.writeCKD(at(5), 0, 2, 1, 2, 3, kd.data()));
+  ASSERT_EQ(0, f.writeCKD(at(21), 0x1234, 0x0BAD, 0xEE, 0, 4, hex("09080706").data()));
+  EXPECT_EQ(hex("0000 0002 01 02 0003 C1C2 D1D2D3"  // R1 @21: KL 2 DL 3
+                "1234 0BAD EE 00 0004 09080706"     // R2 @34: as passed, unchecked
+                "FFFFFFFFFFFFFFFF 00"),             // marker @46
+            Bytes(f.trackBuffer + 21, f.trackBuffer + 55));
+  ASSERT_EQ(0, f.writeD(at(21), hex("AABBCCDDEE").data()));  // exactly the data area: DL bytes after the key
+  EXPECT_EQ(hex("0003 C1C2 AABBCC 1234"), Bytes(f.trackBuffer + 27, f.trackBuffer + 36));
+  ASSERT_EQ(0, f.writeCKD(at(21), 0, 2, 2, 0, 0, nullptr));  // after R1 again: R2 is erased
+  EXPECT_EQ(hex("0000 0002 02 00 0000 FFFFFFFFFFFFFFFF 0000"), Bytes(f.trackBuffer + 34, f.trackBuffer + 52));
+
+  ASSERT_EQ(0, f.readTrack(1, 0, 0));  // the change reaches the file with the buffer's trailer
+  EXPECT_EQ(hex("0000 0002 01 02 0003 C1C2 AABBCC"), readAt(path_, slotAt(0, 2) + 21, 13));
+  EXPECT_EQ(repeat(0x77, 16), readAt(path_, slotAt(0, 2) + kTrailer, 16));
+}
+
+TEST_F(Records, WriterBoundariesAndRefusals) {
+  const uint16_t fits = static_cast<uint16_t>(kLimit - 29);  // R1 after R0 ends at the record area's end
+  const Bytes data(fits + 1, 0x5C), d8(8, 0);
+  load(emptyTrack(0, 2));
+  const Bytes before = image();
+  struct Case { const char* name; long ref; unsigned cyl, head, rec, kl, dl; int rc; };
+  const Case cases[] = {
+      {"one byte more", 5, 0, 2, 1, 0, fits + 1u, T::kWriteNoRoom},
+      {"key counts too", 5, 0, 2, 1, 1, fits, T::kWriteNoRoom},
+      {"at the marker (KL 255 DL 65535)", 21, 0, 2, 1, 0, 0, T::kWriteNoRoom},
+      {"at the record area's end", kLimit, 0, 2, 1, 0, 0, T::kWriteBadRef},
+      {"at the trailer", kTrailer, 0, 2, 1, 0, 0, T::kWriteBadRef},
+      {"null", -1, 0, 2, 1, 0, 0, T::kWriteBadRef},
+      {"HA head differs", 0, 0, 3, 0, 0, 8, T::kWriteHaMismatch},
+      {"HA cylinder differs", 0, 1, 2, 0, 0, 8, T::kWriteHaMismatch},
+      {"HA both wrong, -4 first", 0, 1, 2, 1, 0, 8, T::kWriteHaMismatch},
+      {"HA record not 0", 0, 0, 2, 1, 0, 8, T::kWriteNotR0},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.rc, f.writeCKD(at(c.ref), c.cyl, static_cast<unsigned short>(c.head), static_cast<unsigned char>(c.rec),
+                               static_cast<unsigned char>(c.kl), static_cast<unsigned short>(c.dl), data.data()))
+        << c.name;
+  }
+  EXPECT_EQ(T::kWriteBadRef, f.writeCKD(d8.data(), 0, 2, 1, 0, 0, nullptr));  // not in the buffer
+  EXPECT_EQ(T::kWriteBadRef, f.writeD(at(kLimit), d8.data()));
+  EXPECT_EQ(T::kWriteBadRef, f.writeD(nullptr, d8.data()));
+  EXPECT_EQ(T::kWriteDataEnd, f.writeD(at(21), d8.data()));  // the marker's data runs far beyond
+  EXPECT_EQ(before, image());
+  EXPECT_FALSE(f.trackDirty);
+
+  ASSERT_EQ(0, f.writeCKD(at(5), 0, 2, 1, 0, fits, data.data()));  // a record filling the track exactly
+  EXPECT_EQ(hex("0000 0002 01 00 DDCB"), Bytes(f.trackBuffer + 21, f.trackBuffer + 29));  // DL 56779
+  EXPECT_EQ(cat({repeat(0x5C, 1), repeat(0xFF, 8), repeat(0x77, 16)}), Bytes(f.trackBuffer + kLimit - 1, f.trackBuffer + kSlot));
+  EXPECT_EQ(T::kWriteDataEnd, f.writeD(at(21), data.data()));  // writeD refuses a data area ending at the limit
+  load(emptyTrack(0, 2));
+  ASSERT_EQ(0, f.writeCKD(at(5), 0, 2, 1, 0, fits - 1, data.data()));
+  EXPECT_EQ(0, f.writeD(at(21), Bytes(fits - 1, 0x3D).data()));  // one byte shorter is fine
+  EXPECT_EQ(hex("3D FF"), Bytes(f.trackBuffer + kLimit - 2, f.trackBuffer + kLimit));
+
+  // At the home address writeD reads HA and R0's CC as a count field: KL byte 5, DL bytes 6-7.
+  load(TrackImage(0, 2).raw(hex("00 0800")));
+  EXPECT_EQ(0, f.writeD(f.trackBuffer, Bytes(0x800, 0x44).data()));  // data area 8 .. 2055
+  EXPECT_EQ(hex("44 00"), Bytes(f.trackBuffer + 2055, f.trackBuffer + 2057));
+  load(TrackImage(0xFFFF, 0xFFFF).raw(repeat(0xFF, 8)));
+  EXPECT_EQ(T::kWriteDataEnd, f.writeD(f.trackBuffer, data.data()));
+}
+
+TEST_F(Records, FormatTrack) {
+  ASSERT_TRUE(writeAt(path_, slotAt(1, 3), Bytes(kSlot, 0xA5)));
+  f.trackDirty = 1;
+  const Bytes before = image();
+  ASSERT_EQ(0, f.formatTrack(1, 3, 0));
+  const TrackImage want = TrackImage(1, 3).raw(hex("0001 0003 00 00 0008"  // R0 count: CC HH R KL DL
+                                                   "0000000000000000"      // R0 data
+                                                   "FFFFFFFFFFFFFFFF"));   // marker at 21
+  EXPECT_EQ(want.slot(kSlot), readAt(path_, slotAt(1, 3), kSlot));  // trailer zero too
+  EXPECT_EQ(before, image());  // buffer and current track left alone
+  EXPECT_TRUE(f.currentCyl == 0 && f.currentHead == 2 && f.trackDirty);
+  for (unsigned c : {0u, 1u}) EXPECT_EQ(T::kFormatRange, f.formatTrack(2 * c, c ? 0 : 15, 0));
+  EXPECT_EQ(T::kFormatRange, f.formatTrack(0, 0, 1));
+  EXPECT_EQ(static_cast<long long>(slotAt(2, 0)), fileSize(path_));
+  const int rw = f.fileDescriptor;  // a descriptor that cannot be written: -1
+  f.fileDescriptor = ::open(path_.c_str(), O_RDONLY);
+  EXPECT_EQ(T::kFormatIo, f.formatTrack(0, 0, 0));
+  ::close(f.fileDescriptor);
+  f.fileDescriptor = rw;
+  T ro, none;
+  ASSERT_EQ(0, ro.open(path_.c_str(), true));
+  EXPECT_EQ(T::kFormatNoFile, ro.formatTrack(0, 0, 0));
+  EXPECT_EQ(T::kFormatNoFile, none.formatTrack(0, 0, 0));
+}
+
+}  // namespace
