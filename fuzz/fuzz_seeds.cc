@@ -1,5 +1,5 @@
 // fuzz_seeds <directory>: writes the seed corpora of the fuzz targets, one
-// subdirectory per target (open, track_walk, vtoc, pds), from volumes that the
+// subdirectory per target (open, track_walk, vtoc, pds, dataset), from volumes that the
 // library makes: created and initialised volumes, versioned tracks, VTOCs with
 // DSCB chains written through the volume builder, and partitioned data sets
 // laid out by the data set builder. Each seed is in its target's input format
@@ -351,6 +351,108 @@ void pdsSeeds() {
   pdsSeed("undefined-length", undefined, {{"U", {Bytes(500, 0xC4)}, {}}});
 }
 
+// ---- dataset: control, then the records of tracks 1 to 29 ----------------------
+
+// The records of volume tracks 1 to 29 in the dataset target's input form:
+// advance (tracks moved on since the last record), R, KL, DL, key, data.
+void datasetSeed(TestVolume& vol, const std::string& name, uint8_t control = 0) {
+  Bytes s = {control};
+  uint32_t last = 1;
+  for (uint32_t t = 1; t < 30; ++t) {
+    for (const Record& r : vol.readRecords(t / 10, static_cast<uint16_t>(t % 10))) {
+      Bytes head = {static_cast<uint8_t>(t - last), r.rec, static_cast<uint8_t>(r.key.size()), 0, 0};
+      ckdvol::storeBe16(&head[3], static_cast<uint16_t>(r.data.size()));
+      s = concat(concat(concat(s, head), r.key), r.data);
+      last = t;
+    }
+  }
+  writeSeed("dataset", name, s);
+}
+
+// A D130 volume whose tracks 0/2 to 2/9 hold nothing after record zero.
+struct DatasetSeedVolume {
+  TestVolume vol{EmulatedCKDfile::D130, 3};
+  DatasetSeedVolume() {
+    for (uint32_t t = 2; t < 30; ++t) vol.setRecords(t / 10, static_cast<uint16_t>(t % 10), {});
+  }
+};
+
+Bytes descriptor(uint16_t length, uint8_t control = 0) {
+  return {static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length), control, 0};
+}
+
+void datasetSeeds() {
+  // Statistics user data: version 1.5, 13:45:37, created 2024/032, changed
+  // 2025/365, 100/50/10 lines, user IBMUSER.
+  const Bytes stats = concat(concat(Bytes{0x01, 0x05, 0x00, 0x37, 0x01, 0x24, 0x03, 0x2F, 0x01, 0x25,
+                                          0x36, 0x5F, 0x13, 0x45, 0x00, 0x64, 0x00, 0x32, 0x00, 0x0A},
+                                    ebcdic("IBMUSER ")),
+                             Bytes{0x00, 0x00});
+  {
+    DatasetSeedVolume s;
+    TestVolume& vol = s.vol;
+    DataSetLayout pds = pdsDataSet("SEED.PDS", 80, 800, {{1, 0, 1, 4}});
+    writePds(vol, {{1, 0, 1, 4}}, {{"ALPHA", textBlocks("ALPHA", 25, 80, 10), stats},
+                                   {"BETA", textBlocks("BETA", 3, 80, 10), Bytes(8, 0), 0x20},
+                                   {"GAMMA", {}, {}, 0x80}});
+    DataSetLayout vb;
+    vb.name = "SEED.VB";
+    vb.recfm = 0x50;
+    vb.extents = {{1, 5, 1, 6}};
+    vol.setRecords(1, 5, {dataRecord(1, concat(concat(descriptor(15), concat(descriptor(6), ebcdic("AB"))),
+                                             concat(descriptor(5), ebcdic("C")))),
+                          dataRecord(2, concat(descriptor(8), descriptor(4)))});
+    vol.setRecords(1, 6, {eofRecord(1)});
+    DataSetLayout vbs = vb;
+    vbs.name = "SEED.VBS";
+    vbs.recfm = 0x58;
+    vbs.extents = {{1, 7, 1, 7}};
+    vbs.lastTtrRecord = 2;
+    vol.setRecords(1, 7, {dataRecord(1, concat(descriptor(11), concat(descriptor(7, 1), ebcdic("HEL")))),
+                          dataRecord(2, concat(descriptor(11), concat(descriptor(7, 2), ebcdic("LO.")))),
+                          eofRecord(3)});
+    DataSetLayout u = vb;
+    u.name = "SEED.U";
+    u.recfm = 0xC0;
+    u.extents = {{1, 8, 1, 9}};
+    vol.setRecords(1, 8, {dataRecord(1, Bytes(1000, 0x47)), keyedRecord(2, Bytes(8, 0xC1), Bytes(77, 0x07))});
+    vol.setRecords(1, 9, {dataRecord(1, Bytes(3, 0x01)), eofRecord(2)});
+    DataSetLayout eav;
+    eav.name = "SEED.EAV";
+    eav.extents = {{2, 0, 2, 0}, {2, 1, 2, 1}, {2, 2, 2, 2}};
+    eav.nbrExts = 4;
+    eav.next = Cchhr{0, 1, 7};
+    eav.lastTtrTrack = 3;
+    eav.lastTtrRecord = 1;
+    for (uint16_t h = 0; h < 4; ++h) vol.setRecords(2, h, {dataRecord(1, textBlocks("EAV", 10, 80, 10)[0])});
+    // Records: 2 PDS, 3 VB, 4 VBS, 5 U, 6 F8, 7 F9, 8 F3, 9 F5, 10 empty, 11 F2.
+    vol.writeVtoc({format1Dscb(pds), format1Dscb(vb), format1Dscb(vbs), format1Dscb(u), format8Dscb(eav),
+                   format9Dscb({Cchhr{0, 1, 8}}), format3Dscb({{2, 3, 2, 3}}), format5Dscb({{24, 0, 6}}),
+                   emptyDscb(), formatIdDscb(0xF2)});
+    datasetSeed(vol, "mixed");
+    datasetSeed(vol, "mixed-verify", 1);
+  }
+  {
+    // A VTOC of three tracks (its Format-4 DSCB's extent 0/1 to 0/3), 40 data
+    // sets, two of them with broken Format-3 chains.
+    DatasetSeedVolume s;
+    std::vector<Dscb> dscbs;
+    for (int i = 0; i < 40; ++i) {
+      DataSetLayout ds;
+      ds.name = "SEED.DS" + std::to_string(i);
+      ds.extents = {{2, static_cast<uint16_t>(i % 10), 2, static_cast<uint16_t>(i % 10)}};
+      if (i == 7 || i == 8) {
+        ds.nbrExts = 2;
+        ds.next = Cchhr{0, 1, static_cast<uint8_t>(i == 7 ? 40 : 10)};  // missing / itself
+      }
+      dscbs.push_back(format1Dscb(ds));
+    }
+    s.vol.writeVtoc(dscbs, 16);
+    s.vol.patchDscb(Cchhr{0, 1, 1}, 105, {0x01, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x03});
+    datasetSeed(s.vol, "three-track-vtoc");
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -365,6 +467,7 @@ int main(int argc, char** argv) {
     trackWalkSeeds();
     vtocSeeds();
     pdsSeeds();
+    datasetSeeds();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "fuzz_seeds: %s\n", e.what());
     return 1;
