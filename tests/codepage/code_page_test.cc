@@ -269,6 +269,7 @@ TEST(CodePage, FindsPagesByTheirUsualNames) {
       {"IBM", nullptr},     {"cp-", nullptr},     {"0", nullptr},       {"1140", nullptr},
       {"037x", nullptr},    {"IBM 037", nullptr}, {"-037", nullptr},    {"UTF-8", nullptr},
       {"IBM--037", nullptr}, {"5000", nullptr},   {"ebcdic", nullptr},  {"+500", nullptr},
+      {"XBM037", nullptr},  {"CX1047", nullptr},
   };
   for (const auto& r : rows) {
     const CodePage* p = CodePage::find(r.name);
