@@ -1,15 +1,16 @@
-// ScopedTempDir: a unique directory for one test's files, removed with
-// everything in it when the object goes out of scope.
+// ScopedTempDir: a unique directory for one test's files under
+// $CKDVOL_TEST_TMP (else $TMPDIR, else /tmp), removed with its contents when
+// the object goes out of scope.
 #ifndef CKDVOL_TESTS_SUPPORT_TEMP_DIR_H_
 #define CKDVOL_TESTS_SUPPORT_TEMP_DIR_H_
-
-#include <cstdlib>
-#include <stdexcept>
-#include <string>
 
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
 
 namespace ckdvol_test {
 
@@ -20,26 +21,23 @@ class ScopedTempDir {
     if (base == nullptr || *base == '\0') base = std::getenv("TMPDIR");
     if (base == nullptr || *base == '\0') base = "/tmp";
     ::mkdir(base, 0700);
-    std::string pattern = std::string(base) + "/ckdvol-test-XXXXXX";
-    if (::mkdtemp(&pattern[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
+    path_ = std::string(base) + "/ckdvol-test-XXXXXX";
+    if (::mkdtemp(&path_[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
   }
   ~ScopedTempDir() { removeTree(path_); }
   ScopedTempDir(const ScopedTempDir&) = delete;
   ScopedTempDir& operator=(const ScopedTempDir&) = delete;
 
   const std::string& path() const { return path_; }
-  // A path inside the directory.
   std::string file(const std::string& name) const { return path_ + "/" + name; }
 
  private:
   static void removeTree(const std::string& dir) {
     if (DIR* d = ::opendir(dir.c_str())) {
       while (dirent* e = ::readdir(d)) {
-        std::string n = e->d_name;
-        if (n == "." || n == "..") continue;
-        std::string p = dir + "/" + n;
+        std::string n = e->d_name, p = dir + "/" + n;
         struct stat st;
+        if (n == "." || n == "..") continue;
         if (::lstat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
           removeTree(p);
         } else {

@@ -1,5 +1,6 @@
 #include "support/volume_builder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -9,51 +10,34 @@ namespace {
 
 using namespace dscb_layout;
 
-[[noreturn]] void failStep(const std::string& what) {
-  throw std::runtime_error("volume builder: " + what);
-}
-
 void require(bool ok, const std::string& what) {
-  if (!ok) failStep(what);
+  if (!ok) throw std::runtime_error("volume builder: " + what);
 }
-
 std::string where(uint32_t cyl, uint16_t head) {
   return std::to_string(cyl) + "/" + std::to_string(head);
 }
-
 void putBe16(unsigned char* p, uint16_t v) {
   p[0] = static_cast<unsigned char>(v >> 8);
   p[1] = static_cast<unsigned char>(v);
 }
 
 unsigned char ebcdicChar(char c) {
-  if (c >= 'A' && c <= 'I') return static_cast<unsigned char>(0xC1 + (c - 'A'));
-  if (c >= 'J' && c <= 'R') return static_cast<unsigned char>(0xD1 + (c - 'J'));
-  if (c >= 'S' && c <= 'Z') return static_cast<unsigned char>(0xE2 + (c - 'S'));
-  if (c >= 'a' && c <= 'i') return static_cast<unsigned char>(0x81 + (c - 'a'));
-  if (c >= 'j' && c <= 'r') return static_cast<unsigned char>(0x91 + (c - 'j'));
-  if (c >= 's' && c <= 'z') return static_cast<unsigned char>(0xA2 + (c - 's'));
-  if (c >= '0' && c <= '9') return static_cast<unsigned char>(0xF0 + (c - '0'));
-  switch (c) {
-    case ' ': return 0x40;
-    case '.': return 0x4B;
-    case '(': return 0x4D;
-    case '+': return 0x4E;
-    case '&': return 0x50;
-    case '$': return 0x5B;
-    case '*': return 0x5C;
-    case ')': return 0x5D;
-    case '-': return 0x60;
-    case '/': return 0x61;
-    case ',': return 0x6B;
-    case '_': return 0x6D;
-    case '#': return 0x7B;
-    case '@': return 0x7C;
-    default: failStep(std::string("no EBCDIC byte for character '") + c + "'");
+  const struct {
+    char from, to;
+    unsigned char first;
+  } runs[] = {{'A', 'I', 0xC1}, {'J', 'R', 0xD1}, {'S', 'Z', 0xE2}, {'a', 'i', 0x81},
+              {'j', 'r', 0x91}, {'s', 'z', 0xA2}, {'0', '9', 0xF0}};
+  for (const auto& r : runs) {
+    if (c >= r.from && c <= r.to) return static_cast<unsigned char>(r.first + (c - r.from));
   }
+  const char punct[] = " .(+&$*)-/,_#@";
+  const unsigned char code[] = {0x40, 0x4B, 0x4D, 0x4E, 0x50, 0x5B, 0x5C,
+                                0x5D, 0x60, 0x61, 0x6B, 0x6D, 0x7B, 0x7C};
+  const char* at = c != '\0' ? std::strchr(punct, c) : nullptr;
+  require(at != nullptr, std::string("no EBCDIC byte for character '") + c + "'");
+  return code[at - punct];
 }
 
-// Writes an extent (type, sequence, low CCHH, high CCHH) at `p`.
 void putExtent(unsigned char* p, const ExtentSpec& e, int position) {
   p[kExtType] = e.type;
   p[kExtSeq] = e.seq == 0xFF ? static_cast<unsigned char>(position) : e.seq;
@@ -64,35 +48,38 @@ void putExtent(unsigned char* p, const ExtentSpec& e, int position) {
 Dscb dataSetDscb(const DataSetLayout& layout, unsigned char formatId) {
   Dscb d{};
   std::vector<unsigned char> name = ebcdicPadded(layout.name, kKeyLength);
-  std::memcpy(d.data(), name.data(), kKeyLength);
-  d[kFmtId] = formatId;
   std::vector<unsigned char> volser = ebcdicPadded(layout.volser, 6);
+  std::memcpy(d.data(), name.data(), kKeyLength);
   std::memcpy(d.data() + kVolSer, volser.data(), 6);
-  putBe16(d.data() + kVolSeq, 1);
-  d[kCreated] = 124;  // 2024
-  putBe16(d.data() + kCreated + 1, 31);  // day 32
-  int nbrExts = layout.nbrExts >= 0 ? layout.nbrExts : static_cast<int>(layout.extents.size());
-  d[kNbrExts] = static_cast<unsigned char>(nbrExts);
-  putBe16(d.data() + kDsOrg, layout.dsorg);
+  d[kFmtId] = formatId;
+  putBe16(&d[kVolSeq], 1);
+  d[kCreated] = 124;              // 2024
+  putBe16(&d[kCreated + 1], 31);  // day 32
+  d[kNbrExts] = static_cast<unsigned char>(layout.nbrExts >= 0 ? layout.nbrExts : layout.extents.size());
+  putBe16(&d[kDsOrg], layout.dsorg);
   d[kRecFm] = layout.recfm;
-  putBe16(d.data() + kBlkSize, layout.blksize);
-  putBe16(d.data() + kLrecl, layout.lrecl);
+  putBe16(&d[kBlkSize], layout.blksize);
+  putBe16(&d[kLrecl], layout.lrecl);
   d[kKeyLen] = layout.keyLength;
-  putBe16(d.data() + kLastTtr, layout.lastTtrTrack);
+  putBe16(&d[kLastTtr], layout.lastTtrTrack);
   d[kLastTtr + 2] = layout.lastTtrRecord;
-  putBe16(d.data() + kTrkBal, layout.trackBalance);
+  putBe16(&d[kTrkBal], layout.trackBalance);
   for (size_t i = 0; i < layout.extents.size() && i < 3; ++i) {
-    putExtent(d.data() + kF1Extents + i * kExtentSize, layout.extents[i], static_cast<int>(i));
+    putExtent(&d[kF1Extents + i * kExtentSize], layout.extents[i], static_cast<int>(i));
   }
-  putCchhr(d.data() + kNext, layout.next);
+  putCchhr(&d[kNext], layout.next);
   return d;
+}
+
+// Offset of slot i of a table split between key and data (Format-3, Format-5).
+size_t splitSlot(size_t i, int inKey, int first, int later, int size) {
+  return i < static_cast<size_t>(inKey) ? first + i * size : later + (i - inKey) * size;
 }
 
 }  // namespace
 
 std::vector<unsigned char> ebcdic(const std::string& ascii) {
   std::vector<unsigned char> out;
-  out.reserve(ascii.size());
   for (char c : ascii) out.push_back(ebcdicChar(c));
   return out;
 }
@@ -114,21 +101,18 @@ void putCchhr(unsigned char* p, Cchhr a, bool large) {
 }
 
 Dscb format1Dscb(const DataSetLayout& layout) { return dataSetDscb(layout, 0xF1); }
-
 Dscb format8Dscb(const DataSetLayout& layout) { return dataSetDscb(layout, 0xF8); }
 
 Dscb format3Dscb(const std::vector<ExtentSpec>& extents, Cchhr next) {
   require(extents.size() <= static_cast<size_t>(kF3Extents), "a Format-3 DSCB holds 13 extents");
   Dscb d{};
-  std::memset(d.data() + kF3KeyId, 0x03, 4);
+  std::memset(&d[kF3KeyId], 0x03, 4);
   d[kFmtId] = 0xF3;
   for (size_t i = 0; i < extents.size(); ++i) {
-    size_t offset = i < static_cast<size_t>(kF3ExtentsInKey)
-                        ? kF3FirstExtents + i * kExtentSize
-                        : kF3LaterExtents + (i - kF3ExtentsInKey) * kExtentSize;
-    putExtent(d.data() + offset, extents[i], 3 + static_cast<int>(i));
+    putExtent(&d[splitSlot(i, kF3ExtentsInKey, kF3FirstExtents, kF3LaterExtents, kExtentSize)],
+              extents[i], 3 + static_cast<int>(i));
   }
-  putCchhr(d.data() + kNext, next);
+  putCchhr(&d[kNext], next);
   return d;
 }
 
@@ -136,29 +120,26 @@ Dscb format9Dscb(const std::vector<Cchhr>& format3, Cchhr next, int f3Count) {
   require(format3.size() <= static_cast<size_t>(kF9F3Slots), "a Format-9 DSCB holds 10 addresses");
   Dscb d{};
   d[kF9KeyId] = 0x09;
-  d[kF9SubType] = 0x01;
-  d[kF9Count] = 0x01;
+  d[kF9SubType] = d[kF9Count] = 0x01;
   d[kFmtId] = 0xF9;
   d[kF9F3Count] = static_cast<unsigned char>(f3Count >= 0 ? f3Count : static_cast<int>(format3.size()));
-  for (size_t i = 0; i < format3.size(); ++i) putCchhr(d.data() + kF9F3Addresses + 5 * i, format3[i]);
-  putCchhr(d.data() + kNext, next);
+  for (size_t i = 0; i < format3.size(); ++i) putCchhr(&d[kF9F3Addresses + 5 * i], format3[i]);
+  putCchhr(&d[kNext], next);
   return d;
 }
 
 Dscb format5Dscb(const std::vector<FreeExtent>& extents, Cchhr next) {
   require(extents.size() <= static_cast<size_t>(kF5Extents), "a Format-5 DSCB holds 26 extents");
   Dscb d{};
-  std::memset(d.data() + kF5KeyId, 0x05, 4);
+  std::memset(&d[kF5KeyId], 0x05, 4);
   d[kFmtId] = 0xF5;
   for (size_t i = 0; i < extents.size(); ++i) {
-    size_t offset = i < static_cast<size_t>(kF5ExtentsInKey)
-                        ? kF5FirstExtents + i * kF5ExtentSize
-                        : kF5LaterExtents + (i - kF5ExtentsInKey) * kF5ExtentSize;
-    putBe16(d.data() + offset, extents[i].track);
-    putBe16(d.data() + offset + 2, extents[i].cylinders);
-    d[offset + 4] = extents[i].tracks;
+    unsigned char* p = &d[splitSlot(i, kF5ExtentsInKey, kF5FirstExtents, kF5LaterExtents, kF5ExtentSize)];
+    putBe16(p, extents[i].track);
+    putBe16(p + 2, extents[i].cylinders);
+    p[4] = extents[i].tracks;
   }
-  putCchhr(d.data() + kNext, next);
+  putCchhr(&d[kNext], next);
   return d;
 }
 
@@ -167,16 +148,9 @@ Dscb formatIdDscb(unsigned char formatId) {
   d[kFmtId] = formatId;
   return d;
 }
-
 Dscb emptyDscb() { return Dscb{}; }
 
-Record dataRecord(uint8_t rec, std::vector<unsigned char> data) {
-  Record r;
-  r.rec = rec;
-  r.data = std::move(data);
-  return r;
-}
-
+Record dataRecord(uint8_t rec, std::vector<unsigned char> data) { return keyedRecord(rec, {}, std::move(data)); }
 Record keyedRecord(uint8_t rec, std::vector<unsigned char> key, std::vector<unsigned char> data) {
   Record r;
   r.rec = rec;
@@ -184,13 +158,7 @@ Record keyedRecord(uint8_t rec, std::vector<unsigned char> key, std::vector<unsi
   r.data = std::move(data);
   return r;
 }
-
-Record eofRecord(uint8_t rec) {
-  Record r;
-  r.rec = rec;
-  return r;
-}
-
+Record eofRecord(uint8_t rec) { return keyedRecord(rec, {}, {}); }
 Record dscbRecord(uint8_t rec, const Dscb& dscb) {
   return keyedRecord(rec, std::vector<unsigned char>(dscb.begin(), dscb.begin() + kKeyLength),
                      std::vector<unsigned char>(dscb.begin() + kKeyLength, dscb.end()));
@@ -238,20 +206,19 @@ std::vector<Record> TestVolume::readRecords(uint32_t cyl, uint16_t head) {
 }
 
 void TestVolume::setRecords(uint32_t cyl, uint16_t head, const std::vector<Record>& records) {
-  const std::string track = where(cyl, head);
-  require(file_.readTrack(cyl, head, 0) == 0, "read track " + track);
+  require(file_.readTrack(cyl, head, 0) == 0, "read track " + where(cyl, head));
   // Rewriting record zero from the home address erases everything after it.
   const void* r0 = file_.locate(EmulatedCKDfile::ORIENT_COUNT, cyl, head, 0);
-  require(r0 != nullptr, "record zero of track " + track);
+  require(r0 != nullptr, "record zero of track " + where(cyl, head));
   int kl0 = file_.getRefKL(r0), dl0 = file_.getRefDL(r0);
   std::vector<unsigned char> r0bytes;
   if (kl0 > 0) r0bytes.insert(r0bytes.end(), file_.getRefKey(r0), file_.getRefKey(r0) + kl0);
   if (dl0 > 0) r0bytes.insert(r0bytes.end(), file_.getRefData(r0), file_.getRefData(r0) + dl0);
   const void* ha = file_.locate(EmulatedCKDfile::ORIENT_HA, cyl, head, 0);
   require(file_.writeCKD(ha, cyl, head, 0, static_cast<unsigned char>(kl0),
-                         static_cast<unsigned short>(dl0), r0bytes.data()) == 0,
-          "rewrite record zero of track " + track);
-  require(file_.writeTrack() == 0, "write track " + track);
+                         static_cast<unsigned short>(dl0), r0bytes.data()) == 0 &&
+              file_.writeTrack() == 0,
+          "rewrite record zero of track " + where(cyl, head));
   appendRecords(cyl, head, records);
 }
 
@@ -265,12 +232,12 @@ void TestVolume::appendRecords(uint32_t cyl, uint16_t head, const std::vector<Re
     last = next;
   }
   for (const Record& r : records) {
+    require(r.key.size() <= 255 && r.data.size() <= 65535, "record size on track " + track);
     std::vector<unsigned char> keyAndData(r.key);
     keyAndData.insert(keyAndData.end(), r.data.begin(), r.data.end());
-    require(r.key.size() <= 255 && r.data.size() <= 65535, "record size on track " + track);
-    uint32_t c = r.cyl >= 0 ? static_cast<uint32_t>(r.cyl) : cyl;
-    uint16_t h = r.head >= 0 ? static_cast<uint16_t>(r.head) : head;
-    int rc = file_.writeCKD(last, c, h, r.rec, static_cast<unsigned char>(r.key.size()),
+    int rc = file_.writeCKD(last, r.cyl >= 0 ? static_cast<uint32_t>(r.cyl) : cyl,
+                            r.head >= 0 ? static_cast<uint16_t>(r.head) : head, r.rec,
+                            static_cast<unsigned char>(r.key.size()),
                             static_cast<unsigned short>(r.data.size()), keyAndData.data());
     require(rc == 0, "record " + std::to_string(r.rec) + " does not fit on track " + track +
                          " (writeCKD " + std::to_string(rc) + ")");
@@ -282,36 +249,30 @@ void TestVolume::appendRecords(uint32_t cyl, uint16_t head, const std::vector<Re
 
 void TestVolume::putRecord(uint32_t cyl, uint16_t head, const Record& r) {
   std::vector<Record> records = readRecords(cyl, head);
-  bool replaced = false;
-  for (Record& existing : records) {
-    if (existing.rec == r.rec) {
-      existing = r;
-      replaced = true;
-      break;
-    }
+  size_t i = 0;
+  while (i < records.size() && records[i].rec != r.rec) ++i;
+  if (i < records.size()) {
+    records[i] = r;
+  } else {
+    records.push_back(r);
   }
-  if (!replaced) records.push_back(r);
   setRecords(cyl, head, records);
 }
 
 namespace {
 
-constexpr long long kTrackStart = 5 + 8 + 8;  // home address, record zero with 8 data bytes
-constexpr int kMaxRecordNumber = 255;         // R is one byte
-
 // DSCB records that still fit behind `records` on a track of `slotSize`
-// bytes: by bytes (the end marker must begin no later than slot - 24) and by
-// record numbers (the last number used must leave room up to 255).
+// bytes (home address and an 8-byte record zero first): by bytes, the end
+// marker beginning by slot - 24, and by record numbers up to 255.
 int roomBehind(const std::vector<Record>& records, unsigned int slotSize) {
-  long long used = kTrackStart;
+  long long used = 5 + 8 + 8;
   int lastNumber = 0;
   for (const Record& r : records) {
     used += 8 + static_cast<long long>(r.key.size() + r.data.size());
     lastNumber = r.rec;
   }
   long long byBytes = (static_cast<long long>(slotSize) - 24 - used) / (8 + kLength);
-  long long byNumber = kMaxRecordNumber - lastNumber;
-  long long room = byBytes < byNumber ? byBytes : byNumber;
+  long long room = byBytes < 255 - lastNumber ? byBytes : 255 - lastNumber;
   return room > 0 ? static_cast<int>(room) : 0;
 }
 
@@ -334,15 +295,15 @@ Cchhr TestVolume::vtocStart() {
 
 Dscb TestVolume::readDscb(Cchhr at) {
   for (const Record& r : readRecords(at.cyl, at.head)) {
-    if (r.rec == at.rec && r.key.size() == static_cast<size_t>(kKeyLength) &&
-        r.data.size() == static_cast<size_t>(kDataLength)) {
+    if (r.rec == at.rec && r.key.size() == size_t{kKeyLength} && r.data.size() == size_t{kDataLength}) {
       Dscb d;
       std::memcpy(d.data(), r.key.data(), kKeyLength);
       std::memcpy(d.data() + kKeyLength, r.data.data(), kDataLength);
       return d;
     }
   }
-  failStep("no DSCB at " + where(at.cyl, at.head) + "/" + std::to_string(at.rec));
+  throw std::runtime_error("volume builder: no DSCB at " + where(at.cyl, at.head) + "/" +
+                           std::to_string(at.rec));
 }
 
 void TestVolume::putDscb(Cchhr at, const Dscb& dscb) { putRecord(at.cyl, at.head, dscbRecord(at.rec, dscb)); }
@@ -363,16 +324,14 @@ void TestVolume::setLastDscb(Cchhr at) {
 std::vector<Cchhr> TestVolume::writeVtoc(const std::vector<Dscb>& dscbs, int perTrack) {
   const Cchhr f4 = vtocStart();
   Dscb format4 = readDscb(f4);
-  // The track of the Format-4 DSCB keeps the records up to and including it.
-  std::vector<Record> track;
+  std::vector<Record> track;  // the Format-4 track keeps the records up to the Format-4 DSCB
   for (const Record& r : readRecords(f4.cyl, f4.head)) {
     track.push_back(r);
     if (r.rec == f4.rec) break;
   }
   int cap = dscbsPerTrack();
   if (perTrack > 0 && perTrack < cap) cap = perTrack;
-  int room = roomBehind(track, file_.trackSlotSize);
-  if (room > cap) room = cap;
+  int room = std::min(roomBehind(track, file_.trackSlotSize), cap);
   uint32_t cyl = f4.cyl;
   uint16_t head = f4.head;
   int rec = f4.rec;
@@ -386,8 +345,7 @@ std::vector<Cchhr> TestVolume::writeVtoc(const std::vector<Dscb>& dscbs, int per
       rec = 0;
       room = cap;
     }
-    ++rec;
-    track.push_back(dscbRecord(static_cast<uint8_t>(rec), d));
+    track.push_back(dscbRecord(static_cast<uint8_t>(++rec), d));
     placed.push_back(Cchhr{cyl, head, static_cast<uint8_t>(rec)});
     --room;
   }
@@ -403,11 +361,10 @@ void TestVolume::patchLabel(int offset, const std::vector<unsigned char>& bytes)
   for (Record r : readRecords(0, 0)) {
     if (r.key == std::vector<unsigned char>{0xE5, 0xD6, 0xD3, 0xF1}) {
       std::memcpy(r.data.data() + offset, bytes.data(), bytes.size());
-      putRecord(0, 0, r);
-      return;
+      return putRecord(0, 0, r);
     }
   }
-  failStep("no VOL1 record on track 0/0");
+  require(false, "no VOL1 record on track 0/0");
 }
 
 }  // namespace ckdvol_test
