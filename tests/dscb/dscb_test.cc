@@ -151,6 +151,13 @@ TEST(DscbTest, FactoryPicksTheClassFromByte44AndKeepsACopy) {
     EXPECT_FALSE(d->largeCylinders);
     EXPECT_EQ(d->dscb[139], 139);
   }
+  Rec r = pattern(0);  // made directly: no location
+  const GenericDSCB* direct[] = {new Format1DSCB(r.data()), new Format3DSCB(r.data()), new Format4DSCB(r.data()),
+                                 new Format5DSCB(r.data()), new Format8DSCB(r.data()), new Format9DSCB(r.data())};
+  for (const GenericDSCB* d : direct) {
+    EXPECT_EQ(std::vector<int>({d->cyl, d->head, d->rec}), std::vector<int>(3, -1)) << d->getType();
+    delete d;
+  }
 }
 
 TEST(DscbTest, TitlesUnknownFormatsAndFieldLookup) {
@@ -260,29 +267,16 @@ Format3DSCB* chained(int base) {
 }
 
 TEST(DscbTest, DataSetAttributes) {
-  for (unsigned char id : {0xF1, 0xF8}) {
-    Rec r = dataSetRecord(id);
-    r[59] = 0xFF;  // the extent count is one unsigned byte
-    std::unique_ptr<GenericDSCB> d = make(r);
-    unsigned short blk, lrecl, dsorg;
-    unsigned char recfm;
-    int n;
-    if (id == 0xF1) {
-      auto& f = static_cast<Format1DSCB&>(*d);
-      blk = f.getBlkSize(), lrecl = f.getLrecl(), dsorg = f.getDSorg(), recfm = f.getRecfm();
-      n = f.nbrExts;
-      EXPECT_EQ(f.raw, f.dscb);
-    } else {
-      auto& f = static_cast<Format8DSCB&>(*d);
-      blk = f.getBlkSize(), lrecl = f.getLrecl(), dsorg = f.getDSorg(), recfm = f.getRecfm();
-      n = f.nbrExts;
-    }
-    EXPECT_EQ(blk, 6401) << +id;
-    EXPECT_EQ(lrecl, 336) << +id;
-    EXPECT_EQ(dsorg, 0x0201) << +id;
-    EXPECT_EQ(recfm, 0x90) << +id;
-    EXPECT_EQ(n, 255) << +id;
-  }
+  Rec r = dataSetRecord(0xF1);
+  r[59] = 0xFF;  // the extent count is one unsigned byte
+  Format1DSCB f1(r.data());
+  r[44] = 0xF8;
+  Format8DSCB f8(r.data());
+  EXPECT_EQ(std::vector<int>({f1.getBlkSize(), f1.getLrecl(), f1.getDSorg(), f1.getRecfm(), f1.nbrExts}),
+            std::vector<int>({6401, 336, 0x0201, 0x90, 255}));
+  EXPECT_EQ(std::vector<int>({f8.getBlkSize(), f8.getLrecl(), f8.getDSorg(), f8.getRecfm(), f8.nbrExts}),
+            std::vector<int>({6401, 336, 0x0201, 0x90, 255}));
+  EXPECT_EQ(f1.raw, f1.dscb);
 }
 
 TEST(DscbTest, ExtentLookupAcrossChainedFormat3Dscbs) {
@@ -338,9 +332,8 @@ TEST(DscbTest, ChainAddressesSmallAndLargeCylinders) {
   const unsigned char far[5] = {0x00, 0x05, 0x00, 0x12, 0x07};  // CC 5, HH 0012, R 7
   const struct {
     unsigned char id;
-    int at;
-  } rows[] = {{0xF1, 135}, {0xF3, 135}, {0xF4, 45}, {0xF5, 135}, {0xF8, 135}, {0xF9, 135},
-              {0xF9, 46}, {0xF9, 91}};
+    int at;  // F4: LastDSCB; F9 at 46 and 91: Format-3 slots 0 and 9
+  } rows[] = {{0xF1, 135}, {0xF3, 135}, {0xF4, 45}, {0xF5, 135}, {0xF8, 135}, {0xF9, 135}, {0xF9, 46}, {0xF9, 91}};
   for (const auto& row : rows) {
     for (bool large : {false, true}) {
       Rec r(140, 0);
@@ -349,63 +342,46 @@ TEST(DscbTest, ChainAddressesSmallAndLargeCylinders) {
       std::unique_ptr<GenericDSCB> d = make(r);
       d->largeCylinders = large;
       int c = -9, h = -9, n = -9;
-      bool ok = false;
-      switch (row.id) {
-        case 0xF1: ok = static_cast<Format1DSCB&>(*d).getF3dscbLoc(c, h, n); break;
-        case 0xF3: ok = static_cast<Format3DSCB&>(*d).getF3dscbLoc(c, h, n); break;
-        case 0xF4: ok = static_cast<Format4DSCB&>(*d).getLastdscb(c, h, n); break;
-        case 0xF5: ok = static_cast<Format5DSCB&>(*d).getF5dscbLoc(c, h, n); break;
-        case 0xF8: ok = static_cast<Format8DSCB&>(*d).getF9dscbLoc(c, h, n); break;
-        default: {
-          auto& f9 = static_cast<Format9DSCB&>(*d);
-          ok = row.at == 135 ? f9.getF9dscbLoc(c, h, n) : f9.getF3dscbLoc((row.at - 46) / 5, c, h, n);
-        }
-      }
+      GenericDSCB* g = d.get();
+      bool ok = row.id == 0xF1   ? static_cast<Format1DSCB*>(g)->getF3dscbLoc(c, h, n)
+                : row.id == 0xF3 ? static_cast<Format3DSCB*>(g)->getF3dscbLoc(c, h, n)
+                : row.id == 0xF4 ? static_cast<Format4DSCB*>(g)->getLastdscb(c, h, n)
+                : row.id == 0xF5 ? static_cast<Format5DSCB*>(g)->getF5dscbLoc(c, h, n)
+                : row.id == 0xF8 ? static_cast<Format8DSCB*>(g)->getF9dscbLoc(c, h, n)
+                : row.at == 135  ? static_cast<Format9DSCB*>(g)->getF9dscbLoc(c, h, n)
+                                 : static_cast<Format9DSCB*>(g)->getF3dscbLoc((row.at - 46) / 5, c, h, n);
       EXPECT_TRUE(ok) << std::hex << +row.id << std::dec << " at " << row.at;
-      EXPECT_EQ(c, large ? 65541 : 5) << std::hex << +row.id << std::dec << " at " << row.at;
-      EXPECT_EQ(h, large ? 2 : 18) << std::hex << +row.id << std::dec << " at " << row.at;
-      EXPECT_EQ(n, 7) << std::hex << +row.id << std::dec << " at " << row.at;
+      EXPECT_EQ(std::vector<int>({c, h, n}), large ? std::vector<int>({65541, 2, 7}) : std::vector<int>({5, 18, 7}))
+          << std::hex << +row.id << std::dec << " at " << row.at;
     }
   }
-  // Format-9: F3count is one byte; only slots 0 to 9 exist.
   Rec r = pattern(0xF9);
-  r[45] = 0xFF;
+  r[45] = 0xFF;  // F3count is one byte; only slots 0 to 9 exist
   Format9DSCB f9(r.data());
   EXPECT_EQ(f9.getF3count(), 255);
   for (int slot : {-1, 10}) {
     int c = -9, h = -9, n = -9;
     EXPECT_FALSE(f9.getF3dscbLoc(slot, c, h, n)) << slot;
-    EXPECT_EQ(c + h + n, 0) << slot;
+    EXPECT_EQ(std::vector<int>({c, h, n}), std::vector<int>(3, 0)) << slot;
   }
-  // Format-4: the DSCB count is an unsigned halfword.
   r = pattern(0xF4);
-  r[50] = 0xFF, r[51] = 0xFE;
+  r[50] = 0xFF, r[51] = 0xFE;  // the DSCB count is an unsigned halfword
   EXPECT_EQ(Format4DSCB(r.data()).getDSCBcount(), 65534);
 }
 
 TEST(DscbTest, DumpsOfHandBuiltRecords) {
   RexxString f1;
-  make(dataSetRecord(0xF1), 0, 0, 4)->print(f1, 0);
-  EXPECT_EQ(text(f1),
-            "Format 1 DSCB at 0/0/4 (000000/00/04) --\n"
-            "        DSname: SYS1.TEST.PDS                               \n"
-            "         FmtID: F1,      VolSer: VOL001,     VolSeq: 1,     DateCreated: 2022/032,"
-            "   DateExpired: 1900/001\n"
-            "       NbrExts: 3,  LastDirBytes: 0,    Flags: 0100 0000,"
-            "   SysCode: 00000000 00000000 00000000 00\n"
-            "     DateRefed: 2023/301,     SMSind: 0000 1000\n"
-            "SecSpcExtFlags: 0000 0000,    SecSpcExtVal: 0,    DSorg: 02 01,  RecFmt: 90,"
-            "    OptCD: 0000 0000\n"
-            "       BlkSize: 6401,    Lrecl: 336\n"
-            "        KeyLen: 0,  KeyPos: 0,     DSind: 1000 0000,   AllocFlag: 1100 0000,"
-            "    SecAq: 00000A,      LastTTR: 000005,    TrkBal: 4660,  Resv: 00,      EAVhiTrk: 00\n"
-            "     ExtType-1: 1000 0001,    ExtSeq-1: 0,   ExtLoCCHH-1: 0000 0001,"
-            "  ExtHiCCHH-1: 0000 000E\n"
-            "     ExtType-2: 1000 0001,    ExtSeq-2: 1,   ExtLoCCHH-2: 0001 0000,"
-            "  ExtHiCCHH-2: 0001 000E\n"
-            "     ExtType-3: 1000 0001,    ExtSeq-3: 2,   ExtLoCCHH-3: 0002 0000,"
-            "  ExtHiCCHH-3: 0002 0004\n"
-            "       F3-Dscb: 0000 0002 05\n");
+  const std::string d1 = make(dataSetRecord(0xF1), 0, 0, 4)->print(f1, 0).text();
+  for (const char* line : {
+           "Format 1 DSCB at 0/0/4 (000000/00/04) --\n        DSname: SYS1.TEST.PDS    ",
+           "\n         FmtID: F1,      VolSer: VOL001,     VolSeq: 1,     DateCreated: 2022/032,"
+           "   DateExpired: 1900/001\n       NbrExts: 3,  LastDirBytes: 0,    Flags: 0100 0000,",
+           "\n     DateRefed: 2023/301,     SMSind: 0000 1000\n",
+           "    DSorg: 02 01,  RecFmt: 90,    OptCD: 0000 0000\n       BlkSize: 6401,    Lrecl: 336\n",
+           "\n     ExtType-3: 1000 0001,    ExtSeq-3: 2,   ExtLoCCHH-3: 0002 0000,  ExtHiCCHH-3: 0002 0004\n"
+           "       F3-Dscb: 0000 0002 05\n"}) {
+    EXPECT_NE(d1.find(line), std::string::npos) << line;
+  }
   // Format-5: two extents a line, numbers as unsigned values.
   Rec r5(140, 0);
   std::memset(r5.data(), 0x05, 4);

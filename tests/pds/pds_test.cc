@@ -303,6 +303,10 @@ TEST(PdsTest, ExtentsAndRelativeTracks) {
     if (t.ok) { EXPECT_EQ(std::vector<int>({cyl, head}), std::vector<int>({t.cyl, t.head})) << t.track; }
   }
   delete &closedOne.volume;
+  Bpam::Extent unset;
+  EXPECT_EQ(std::vector<int>({unset.lowCyl, unset.lowHead, unset.highCyl, unset.highHead, unset.lowTrackIndex,
+                              unset.highTrackIndex, unset.tracks}),
+            std::vector<int>(7, -1));
 }
 
 TEST(PdsTest, ReadMemberResults) {

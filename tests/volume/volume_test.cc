@@ -379,6 +379,14 @@ TEST(VolumeTest, VtocChainsListingAndLookup) {
   RexxString out("kept");
   EXPECT_THROW(vtoc.print(out), const char*);  // no Format-4 DSCB
   EXPECT_STREQ(out.text(), "kept");
+
+  // A chain reaches the highest record number, 255.
+  std::vector<Record> full(254, dscbRecord(1, emptyDscb()));
+  full.push_back(dscbRecord(255, format3Dscb({})));
+  vol.setRecords(0, 5, full);
+  vol.writeVtoc({format1Dscb(dataSet("LAST", Cchhr{0, 5, 255}))});
+  ASSERT_EQ(readVtoc(vol, vtoc).rc, 0);
+  EXPECT_EQ(vtoc.f1List[0]->f3List.count, 1);
 }
 
 TEST(VolumeTest, DskVolumeOpenResults) {
