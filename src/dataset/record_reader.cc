@@ -97,6 +97,23 @@ int RecordReader::nextBlock() {
 }
 
 int RecordReader::next(LogicalRecord& r) {
+  // The common case inline: the next fixed-length record of the current
+  // block; everything else (and its error texts) in nextSlow().
+  if (fastPos_ < fastEnd_) {
+    r.data = fastPos_;
+    r.length = lrecl_;
+    r.key = block_.key;
+    r.keyLength = block_.keyLength;
+    r.block = block_;
+    r.firstInBlock = false;
+    fastPos_ += lrecl_;
+    return kBlockRead;
+  }
+  return nextSlow(r);
+}
+
+int RecordReader::nextSlow(LogicalRecord& r) {
+  fastPos_ = fastEnd_ = nullptr;
   if (state_ != kBlockRead) return state_;
   for (;;) {
     if (!haveBlock_ || pos_ >= end_) {
@@ -117,9 +134,12 @@ int RecordReader::next(LogicalRecord& r) {
         firstOfBlock_ = false;
         return kBlockRead;
       case Deblocking::kFixed:
+        // The first record of the block; next() hands out the rest.
         r.data = block_.data + pos_;
         r.length = lrecl_;
-        pos_ += lrecl_;
+        fastPos_ = block_.data + pos_ + lrecl_;
+        fastEnd_ = block_.data + end_;
+        pos_ = end_;
         firstOfBlock_ = false;
         return kBlockRead;
       case Deblocking::kVariable:

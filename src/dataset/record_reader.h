@@ -97,6 +97,7 @@ class CKDVOL_EXPORT RecordReader {
   uint64_t bytesRead() const { return bytesRead_; }     // the sum of their data lengths
 
  private:
+  int nextSlow(LogicalRecord& r);
   int fail(int code, const std::string& text);
   int nextBlock();
   std::string where() const;
@@ -107,6 +108,8 @@ class CKDVOL_EXPORT RecordReader {
   Block block_;               // the block being cut
   uint32_t pos_ = 0;          // next byte of block_.data
   uint32_t end_ = 0;          // end of the records in block_.data
+  const unsigned char* fastPos_ = nullptr;  // fixed-length records left in block_:
+  const unsigned char* fastEnd_ = nullptr;  //   [fastPos_, fastEnd_), handed out by next()
   bool haveBlock_ = false;
   bool firstOfBlock_ = false;
   std::vector<unsigned char> joined_;      // spanned record being assembled

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "common/byte_order.h"
 #include "common/cchh.h"
@@ -27,6 +25,14 @@ constexpr unsigned char kFormat5 = 0xF5;
 constexpr unsigned char kFormat8 = 0xF8;
 constexpr unsigned char kFormat9 = 0xF9;
 constexpr size_t kMaxNotes = 100;  // further notes are only counted
+// Longest chain followed for one data set: 255 extents need at most 20
+// Format-3 DSCBs; a longer chain is damage (and keeps every walk short).
+constexpr size_t kMaxChain = 64;
+
+std::string hexByte(unsigned char b) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  return std::string{kDigits[b >> 4], kDigits[b & 0x0F]};
+}
 
 std::string addressText(const RecordAddress& a) {
   return std::to_string(a.cyl) + "/" + std::to_string(a.head) + "/" + std::to_string(a.record);
@@ -58,17 +64,32 @@ std::string asciiName(const unsigned char* p, size_t n) {
   return s;
 }
 
+// Who named a DSCB of a chain, for damage texts (built only on damage).
+struct Namer {
+  const char* kind;  // "Format-1 DSCB", ...
+  RecordAddress at;
+  std::string text() const { return std::string(kind) + " " + addressText(at); }
+};
+
 struct Walk {
   Walk(EmulatedCKDfile& f, VtocInfo& o, bool l) : file(f), out(o), large(l) {}
+
+  // One 44/96 record of the walk, found by its address.
+  struct Slot {
+    uint64_t key;           // addressKey()
+    unsigned char format;   // format identifier byte
+    uint32_t kept;          // index into `kept` (formats 1, 3, 8, 9), else kNone
+  };
+  static constexpr uint32_t kNone = UINT32_MAX;
 
   EmulatedCKDfile& file;
   VtocInfo& out;
   bool large;
   size_t notesDropped = 0;
-  std::vector<Dscb> dscbs;                      // every 44/96 record read
-  std::vector<RecordAddress> where;             // its address
-  std::unordered_map<uint64_t, size_t> byAddress;  // first record at an address
-  std::vector<size_t> dataSets;                 // indexes of Format-1/8 records
+  std::vector<Slot> slots;             // in walk order; sorted by key after the walk
+  std::vector<Dscb> kept;              // Format-1, -3, -8 and -9 DSCBs
+  std::vector<RecordAddress> keptAt;   //   and their addresses
+  std::vector<uint32_t> dataSets;      // indexes into `kept` of the Format-1/8 DSCBs
 
   void note(const std::string& text) {
     if (out.notes.size() < kMaxNotes) {
@@ -78,9 +99,26 @@ struct Walk {
     }
   }
 
-  const Dscb* find(const RecordAddress& a) const {
-    auto it = byAddress.find(addressKey(a));
-    return it == byAddress.end() ? nullptr : &dscbs[it->second];
+  // Sorts the slots by address (walk order among equals) and notes duplicates.
+  void index() {
+    std::stable_sort(slots.begin(), slots.end(),
+                     [](const Slot& a, const Slot& b) { return a.key < b.key; });
+    for (size_t i = 1; i < slots.size(); ++i) {
+      if (slots[i].key != slots[i - 1].key) continue;
+      RecordAddress a;
+      a.cyl = static_cast<uint32_t>(slots[i].key >> 24);
+      a.head = static_cast<uint32_t>((slots[i].key >> 8) & 0xFFFF);
+      a.record = static_cast<uint8_t>(slots[i].key);
+      note("two DSCBs numbered " + addressText(a) + "; chains reach the first");
+    }
+  }
+
+  // The first DSCB at `a`, or null.
+  const Slot* find(const RecordAddress& a) const {
+    const uint64_t key = addressKey(a);
+    auto it = std::lower_bound(slots.begin(), slots.end(), key,
+                               [](const Slot& s, uint64_t k) { return s.key < k; });
+    return it != slots.end() && it->key == key ? &*it : nullptr;
   }
 
   void walkTrack(uint32_t cyl, uint32_t head) {
@@ -110,26 +148,31 @@ struct Walk {
       a.record = static_cast<uint8_t>(r.record);
       ++out.dscbRecords;
       // Key and data lie back to back in the track image: one 140-byte DSCB.
-      Dscb d;
-      std::memcpy(d.data(), r.key, kDscbSize);
-      const unsigned char id = d[kDscbFormatId];
+      const unsigned char id = r.key[kDscbFormatId];
+      bool keep = false;
       switch (id) {
         case kFormat0: ++out.format0; break;
         case kFormat1:
-        case kFormat8: dataSets.push_back(dscbs.size()); break;
-        case kFormat3: ++out.format3; break;
+        case kFormat8:
+          dataSets.push_back(static_cast<uint32_t>(kept.size()));
+          keep = true;
+          break;
+        case kFormat3: ++out.format3; keep = true; break;
         case kFormat4:
           if (++out.format4 > 1) note("a further Format-4 DSCB at " + addressText(a));
           break;
         case kFormat5: ++out.format5; break;
-        case kFormat9: ++out.format9; break;
+        case kFormat9: ++out.format9; keep = true; break;
         default: ++out.unknown; break;
       }
-      if (!byAddress.emplace(addressKey(a), dscbs.size()).second) {
-        note("two DSCBs numbered " + addressText(a) + "; chains reach the first");
+      uint32_t k = kNone;
+      if (keep) {
+        k = static_cast<uint32_t>(kept.size());
+        kept.emplace_back();
+        std::memcpy(kept.back().data(), r.key, kDscbSize);
+        keptAt.push_back(a);
       }
-      dscbs.push_back(d);
-      where.push_back(a);
+      slots.push_back(Slot{addressKey(a), id, k});
     }
     if (others > 0) {
       note("VTOC track " + std::to_string(cyl) + "/" + std::to_string(head) + ": " +
@@ -139,6 +182,23 @@ struct Walk {
       note("VTOC track " + std::to_string(cyl) + "/" + std::to_string(head) +
            ": a count field runs past the end of the track; the rest of the track is not read");
     }
+  }
+
+  // Records `a` as visited by the chain of `ds`; false with `ds.damage` set
+  // when the chain comes back to it or grows beyond kMaxChain.
+  static bool visit(const RecordAddress& a, const Namer& from, DataSetInfo& ds,
+                    std::vector<uint64_t>& visited) {
+    if (std::find(visited.begin(), visited.end(), addressKey(a)) != visited.end()) {
+      ds.damage = "the DSCB chain loops back to " + addressText(a) + " (from " + from.text() + ")";
+      return false;
+    }
+    if (visited.size() > kMaxChain) {
+      ds.damage = "the DSCB chain is longer than " + std::to_string(kMaxChain) + " DSCBs (at " +
+                  addressText(a) + ")";
+      return false;
+    }
+    visited.push_back(addressKey(a));
+    return true;
   }
 
   // Appends the non-empty extents of the Format-3 DSCB `d`.
@@ -152,31 +212,27 @@ struct Walk {
 
   // Follows a Format-3 chain from `a` until the extent count is reached.
   // False with `ds.damage` set when the chain is broken.
-  bool followFormat3(RecordAddress a, const std::string& from, DataSetInfo& ds,
-                     std::unordered_set<uint64_t>& visited) const {
+  bool followFormat3(RecordAddress a, Namer from, DataSetInfo& ds,
+                     std::vector<uint64_t>& visited) const {
     const DscbFields& f = dscbFields();
-    std::string previous = from;
     while (ds.extents.size() < ds.extentCount) {
-      if (!visited.insert(addressKey(a)).second) {
-        ds.damage = "the DSCB chain loops back to " + addressText(a) + " (from " + previous + ")";
-        return false;
-      }
-      const Dscb* d = find(a);
-      if (d == nullptr) {
-        ds.damage = "Format-3 DSCB " + addressText(a) + " named by " + previous +
+      if (!visit(a, from, ds, visited)) return false;
+      const Slot* s = find(a);
+      if (s == nullptr) {
+        ds.damage = "Format-3 DSCB " + addressText(a) + " named by " + from.text() +
                     " is not in the VTOC";
         return false;
       }
-      if ((*d)[kDscbFormatId] != kFormat3) {
-        ds.damage = "DSCB " + addressText(a) + " named by " + previous +
-                    " is not a Format-3 DSCB (format identifier " +
-                    std::to_string((*d)[kDscbFormatId]) + ")";
+      if (s->format != kFormat3) {
+        ds.damage = "DSCB " + addressText(a) + " named by " + from.text() +
+                    " is not a Format-3 DSCB (format identifier " + hexByte(s->format) + ")";
         return false;
       }
-      addFormat3Extents(*d, ds);
-      const unsigned char* next = d->data() + f.f3Next;
+      const Dscb& d = kept[s->kept];
+      addFormat3Extents(d, ds);
+      const unsigned char* next = d.data() + f.f3Next;
       if (isZeroAddress(next)) break;
-      previous = "Format-3 DSCB " + addressText(a);
+      from = Namer{"Format-3 DSCB", a};
       a = readCchhr(next, large);
     }
     return true;
@@ -185,52 +241,49 @@ struct Walk {
   // Format-8: the Format-9 chain; each Format-9 DSCB may list Format-3
   // addresses, and its chain pointer leads to the next Format-9 DSCB or to
   // the first Format-3 DSCB.
-  bool followFormat9(RecordAddress a, const std::string& from, DataSetInfo& ds,
-                     std::unordered_set<uint64_t>& visited) const {
+  bool followFormat9(RecordAddress a, Namer from, DataSetInfo& ds,
+                     std::vector<uint64_t>& visited) const {
     const DscbFields& f = dscbFields();
-    std::string previous = from;
     for (;;) {
-      if (!visited.insert(addressKey(a)).second) {
-        ds.damage = "the DSCB chain loops back to " + addressText(a) + " (from " + previous + ")";
+      if (std::find(visited.begin(), visited.end(), addressKey(a)) != visited.end()) {
+        ds.damage = "the DSCB chain loops back to " + addressText(a) + " (from " + from.text() + ")";
         return false;
       }
-      const Dscb* d = find(a);
-      if (d == nullptr) {
-        ds.damage = "Format-9 DSCB " + addressText(a) + " named by " + previous +
+      const Slot* s = find(a);
+      if (s == nullptr) {
+        ds.damage = "Format-9 DSCB " + addressText(a) + " named by " + from.text() +
                     " is not in the VTOC";
         return false;
       }
-      const unsigned char id = (*d)[kDscbFormatId];
-      if (id == kFormat3) {
-        visited.erase(addressKey(a));
-        return followFormat3(a, previous, ds, visited);
-      }
-      if (id != kFormat9) {
-        ds.damage = "DSCB " + addressText(a) + " named by " + previous +
+      if (s->format == kFormat3) return followFormat3(a, from, ds, visited);
+      if (s->format != kFormat9) {
+        ds.damage = "DSCB " + addressText(a) + " named by " + from.text() +
                     " is neither a Format-9 nor a Format-3 DSCB (format identifier " +
-                    std::to_string(id) + ")";
+                    hexByte(s->format) + ")";
         return false;
       }
-      const std::string self = "Format-9 DSCB " + addressText(a);
-      const unsigned count = (*d)[f.f9Format3Count];
+      if (!visit(a, from, ds, visited)) return false;
+      const Dscb& d = kept[s->kept];
+      const Namer self{"Format-9 DSCB", a};
+      const unsigned count = d[f.f9Format3Count];
       for (unsigned i = 0; i < count && i < kF9Format3Slots; ++i) {
-        const unsigned char* p = d->data() + f.f9Format3First + 5 * i;
+        const unsigned char* p = d.data() + f.f9Format3First + 5 * i;
         if (isZeroAddress(p) || ds.extents.size() >= ds.extentCount) continue;
         if (!followFormat3(readCchhr(p, large), self, ds, visited)) return false;
       }
-      const unsigned char* next = d->data() + f.f9Next;
+      const unsigned char* next = d.data() + f.f9Next;
       if (isZeroAddress(next) || ds.extents.size() >= ds.extentCount) return true;
-      previous = self;
+      from = self;
       a = readCchhr(next, large);
     }
   }
 
-  DataSetInfo describe(size_t index) const {
-    const Dscb& d = dscbs[index];
-    DataSetInfo ds;
+  // Fills `ds` from the Format-1/8 DSCB kept at `index`.
+  void describe(uint32_t index, DataSetInfo& ds) const {
+    const Dscb& d = kept[index];
     ds.format = d[kDscbFormatId] == kFormat8 ? 8 : 1;
     const DataSetDscbFields& f = ds.format == 8 ? dscbFields().f8 : dscbFields().f1;
-    ds.address = where[index];
+    ds.address = keptAt[index];
     ds.dscb = d;
     ds.name = asciiName(d.data() + f.name, kDscbKeyLength);
     ds.dsorg = loadBe16(d.data() + f.dsorg);
@@ -249,16 +302,15 @@ struct Walk {
     ds.lastBlockRecord = d[f.lastBlock + 2];
     ds.trackBalance = loadBe16(d.data() + f.trackBalance);
 
+    ds.extents.reserve(ds.extentCount < 3 ? ds.extentCount : 3);
     for (int i = 0; i < 3 && ds.extents.size() < ds.extentCount; ++i) {
       const Extent e = decodeExtent(d.data() + f.extents + kExtentSize * i, large);
       if (e.type != kExtentUnused) ds.extents.push_back(e);
     }
-    const std::string self = "Format-" + std::to_string(ds.format) + " DSCB " +
-                             addressText(ds.address);
+    const Namer self{ds.format == 8 ? "Format-8 DSCB" : "Format-1 DSCB", ds.address};
     const unsigned char* next = d.data() + f.next;
     if (ds.extents.size() < ds.extentCount && !isZeroAddress(next)) {
-      std::unordered_set<uint64_t> visited;
-      visited.insert(addressKey(ds.address));
+      std::vector<uint64_t> visited{addressKey(ds.address)};
       if (ds.format == 1) {
         followFormat3(readCchhr(next, large), self, ds, visited);
       } else {
@@ -266,8 +318,8 @@ struct Walk {
       }
     }
     if (ds.damage.empty() && ds.extents.size() < ds.extentCount) {
-      ds.damage = self + " counts " + std::to_string(ds.extentCount) + " extents but its chain holds " +
-                  std::to_string(ds.extents.size());
+      ds.damage = self.text() + " counts " + std::to_string(ds.extentCount) +
+                  " extents but its chain holds " + std::to_string(ds.extents.size());
     }
     uint64_t tracks = 0;
     for (size_t i = 0; i < ds.extents.size(); ++i) {
@@ -291,9 +343,33 @@ struct Walk {
     } else {
       ds.tracksUsed = ds.tracksAllocated;
     }
-    return ds;
   }
 };
+
+// Puts `sets` in name order (walk order among equal names), moving each
+// element about once: the sorted order is applied cycle by cycle.
+void sortByName(std::vector<DataSetInfo>& sets) {
+  std::vector<uint32_t> order(sets.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](uint32_t a, uint32_t b) { return sets[a].name < sets[b].name; });
+  std::vector<bool> placed(sets.size(), false);
+  for (uint32_t i = 0; i < order.size(); ++i) {
+    if (placed[i] || order[i] == i) continue;
+    DataSetInfo first = std::move(sets[i]);
+    uint32_t j = i;
+    for (;;) {
+      placed[j] = true;
+      const uint32_t from = order[j];
+      if (from == i) {
+        sets[j] = std::move(first);
+        break;
+      }
+      sets[j] = std::move(sets[from]);
+      j = from;
+    }
+  }
+}
 
 }  // namespace
 
@@ -381,10 +457,10 @@ int scanVtoc(EmulatedCKDfile& file, VtocInfo& out, std::string& error) {
     walk.walkTrack(static_cast<uint32_t>(t / heads), static_cast<uint32_t>(t % heads));
   }
 
-  out.dataSets.reserve(walk.dataSets.size());
-  for (size_t index : walk.dataSets) out.dataSets.push_back(walk.describe(index));
-  std::stable_sort(out.dataSets.begin(), out.dataSets.end(),
-                   [](const DataSetInfo& a, const DataSetInfo& b) { return a.name < b.name; });
+  walk.index();
+  out.dataSets.resize(walk.dataSets.size());
+  for (size_t i = 0; i < walk.dataSets.size(); ++i) walk.describe(walk.dataSets[i], out.dataSets[i]);
+  sortByName(out.dataSets);
   for (size_t i = 1; i < out.dataSets.size(); ++i) {
     if (out.dataSets[i].name == out.dataSets[i - 1].name) {
       walk.note("data set " + out.dataSets[i].name + " is described twice (" +
