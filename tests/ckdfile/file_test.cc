@@ -1,6 +1,8 @@
 // create, open, close and the track I/O, against volume files written here
 // byte by byte and read back.
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -116,6 +118,21 @@ TEST(Open, RefusedFiles) {
   EXPECT_EQ(T::kOpenCannotOpen, f.open(dir.path().c_str(), false));  // a directory
   EXPECT_STREQ("", f.errorText);
   EXPECT_EQ(T::kOpenBadHeader, f.open(dir.path().c_str(), true));
+  // A level-0 file whose upgraded header cannot be written (a file size limit below 512): -9.
+  Header level0;
+  level0.level = 0;
+  ASSERT_TRUE(writeVolume(path, level0.bytes(), slotAt(1, 0)));
+  struct rlimit saved, capped;
+  struct sigaction ignore = {}, old = {};
+  ignore.sa_handler = SIG_IGN;
+  ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &saved) + ::sigaction(SIGXFSZ, &ignore, &old));
+  capped = saved;
+  capped.rlim_cur = 100;
+  ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &capped));
+  const int rc = f.open(path.c_str(), false);
+  ::setrlimit(RLIMIT_FSIZE, &saved), ::sigaction(SIGXFSZ, &old, nullptr);
+  EXPECT_EQ(T::kOpenHeaderWrite, rc);
+  EXPECT_STREQ("I/O error updating file header", f.errorText);
   ASSERT_EQ(0, f.create(dir.file("new").c_str(), T::D600, 1));  // created, never initialised
   ASSERT_EQ(0, f.close());
   EXPECT_EQ(T::kOpenBadHeader, f.open(dir.file("new").c_str(), false));

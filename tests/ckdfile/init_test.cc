@@ -202,7 +202,7 @@ TEST(Initialize, OtherTypesAndBareFormat) {
     const std::string p = dir.file(std::to_string(c.type));
     {
       T f;
-      ASSERT_EQ(0, f.create(p.c_str(), c.type, 1));
+      ASSERT_EQ(0, f.create(p.c_str(), c.type, 2));
       ASSERT_EQ(0, f.initialize(nullptr, nullptr, c.full));
     }
     EXPECT_EQ(hex("434B445F58564F4C"), readAt(p, 0, 8));
@@ -237,7 +237,7 @@ TEST(Initialize, Failures) {
 
   const std::string p = dir.file("v");
   T f;
-  ASSERT_EQ(0, f.create(p.c_str(), T::D600, 1));
+  ASSERT_EQ(0, f.create(p.c_str(), T::D600, 2));
   const int rw = f.fileDescriptor;
   std::vector<Progress> progress;
   f.fileDescriptor = ::open(p.c_str(), O_RDONLY);  // cylinder writes refused
@@ -246,11 +246,11 @@ TEST(Initialize, Failures) {
   ::close(f.fileDescriptor);
   f.fileDescriptor = ::open(p.c_str(), O_WRONLY);  // the header cannot be read back
   EXPECT_EQ(T::kInitReadHeader, f.initialize(record, &progress, true));
-  EXPECT_EQ(1u, progress.size());
+  EXPECT_EQ(2u, progress.size());  // after every cylinder
   ::close(f.fileDescriptor);
   f.fileDescriptor = rw;
   EXPECT_EQ(hex("434B445F494E4954"), readAt(p, 0, 8));  // still "CKD_INIT"
-  EXPECT_EQ(static_cast<long long>(slotAt(1, 0)), fileSize(p));
+  EXPECT_EQ(static_cast<long long>(slotAt(2, 0)), fileSize(p));
 
   // A changed current track that fails verification cannot be written back before 0/0 is loaded.
   std::memset(f.trackBuffer, 0xAB, f.trackSlotSize);

@@ -25,8 +25,8 @@ TEST(DeviceTable, EveryRowAndTheIdleState) {
   };
   for (int i = 0; i < 11; ++i) {
     const Row& r = rows[i];
-    T f;
-    EXPECT_EQ(0u, f.trackCapacity);
+    T f;  // the members init() leaves alone start at 0
+    EXPECT_EQ(0u, f.trackCapacity + f.headerCylinders + static_cast<unsigned>(f.latestVersion));
     ASSERT_TRUE(f.setType(T::CKDtype(r.type)));
     const T::DeviceInfo* byCode = T::findDeviceByFileCode(r.code);
     EXPECT_EQ((std::vector<unsigned>{r.type, r.type, r.cyls, r.heads, r.slot, r.capacity, r.cells, r.model}),
@@ -240,6 +240,8 @@ TEST(Refs, AccessorsAtEveryPlace) {
       {s - 17, "0000 0000 01 0A 0000", -1, -1},          // one byte more
       {s - 17, "0000 0000 01 00 0009", -1, s - 9},       // data ends at s exactly
       {s - 17, "0000 0000 01 00 000A", -1, -1},
+      {s - 17, "0000 0000 01 01 0008", s - 9, s - 8},    // key and data end at s
+      {s - 17, "0000 0000 01 01 0009", s - 9, -1},       // the data one byte more
   };
   for (const Area& a : areas) {
     std::memcpy(f.trackBuffer + a.off, hex(a.count).data(), 8);

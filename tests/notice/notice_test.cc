@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -14,25 +11,22 @@
 
 #include "notice/notice_text.h"
 #include "support/temp_dir.h"
+#include "support/track_builder.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using ckdvol_test::Bytes;
 
 Bytes placeholder(int groups) {
   Bytes b;
   for (int i = 0; i < groups; ++i) b.insert(b.end(), {0x60, 0x00, 0x00, 0x00});
   return b;
 }
-
 Bytes readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
+  return ckdvol_test::readAt(path, 0, static_cast<size_t>(std::max(0LL, ckdvol_test::fileSize(path))));
 }
-
 void writeFile(const std::string& path, const Bytes& b) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
+  ASSERT_TRUE(ckdvol_test::writeAt(path, 0, b, static_cast<long long>(b.size())));
 }
 
 // Runs print_copyright_msg in a child whose working directory is `dir`;
