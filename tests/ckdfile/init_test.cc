@@ -225,13 +225,13 @@ TEST(Initialize, OtherTypesAndBareFormat) {
 TEST(Initialize, Failures) {
   ScopedTempDir dir;
   T typed;
-  EXPECT_EQ(T::kInitNoOffset, T().initialize(nullptr, nullptr, true));
+  EXPECT_EQ(-3, T().initialize(nullptr, nullptr, true));  // codes by value: -3 no first slot offset
   ASSERT_TRUE(typed.setType(T::D600));
-  EXPECT_EQ(T::kInitNoOffset, typed.initialize(nullptr, nullptr, true));
+  EXPECT_EQ(-3, typed.initialize(nullptr, nullptr, true));
   int fds[2];  // a descriptor that cannot be positioned
   ASSERT_EQ(0, ::pipe(fds));
   typed.fileDescriptor = fds[1];
-  EXPECT_EQ(T::kInitSeek, typed.initialize(nullptr, nullptr, true));
+  EXPECT_EQ(-4, typed.initialize(nullptr, nullptr, true));  // -4 positioning
   typed.fileDescriptor = -1;
   ::close(fds[0]), ::close(fds[1]);
 
@@ -241,11 +241,11 @@ TEST(Initialize, Failures) {
   const int rw = f.fileDescriptor;
   std::vector<Progress> progress;
   f.fileDescriptor = ::open(p.c_str(), O_RDONLY);  // cylinder writes refused
-  EXPECT_EQ(T::kInitWrite, f.initialize(record, &progress, true));
+  EXPECT_EQ(-1, f.initialize(record, &progress, true));  // -1 cylinder write
   EXPECT_TRUE(progress.empty());
   ::close(f.fileDescriptor);
   f.fileDescriptor = ::open(p.c_str(), O_WRONLY);  // the header cannot be read back
-  EXPECT_EQ(T::kInitReadHeader, f.initialize(record, &progress, true));
+  EXPECT_EQ(-5, f.initialize(record, &progress, true));  // -5 header read
   EXPECT_EQ(2u, progress.size());  // after every cylinder
   ::close(f.fileDescriptor);
   f.fileDescriptor = rw;
@@ -256,7 +256,7 @@ TEST(Initialize, Failures) {
   std::memset(f.trackBuffer, 0xAB, f.trackSlotSize);
   f.currentCyl = 0, f.currentHead = 3, f.currentCell = 0;
   f.trackDirty = f.verifyTracks = 1;
-  EXPECT_EQ(T::kInitLoadTrack, f.initialize(nullptr, nullptr, true));
+  EXPECT_EQ(-7, f.initialize(nullptr, nullptr, true));  // -7 load of 0/0
   EXPECT_EQ(hex("434B445F58564F4C"), readAt(p, 0, 8));  // stamped before the load
   EXPECT_EQ(hex("00 0000 0003"), readAt(p, slotAt(0, 3), 5));
   f.trackDirty = 0;
