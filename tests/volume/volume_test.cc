@@ -391,6 +391,13 @@ TEST(VolumeTest, VtocChainsListingAndLookup) {
 
 TEST(VolumeTest, DskVolumeOpenResults) {
   enum How { kPath, kPathReadWrite, kBorrowed, kNull, kTwice };
+  auto oldHeader = [](TestVolume& v) {  // format level 0: an older header the file would rewrite
+    v.close();
+    FILE* f = std::fopen(v.path().c_str(), "r+b");
+    std::fseek(f, 17, SEEK_SET);
+    std::fputc(0, f);
+    std::fclose(f);
+  };
   const struct {
     const char* name;
     How how;
@@ -407,24 +414,8 @@ TEST(VolumeTest, DskVolumeOpenResults) {
        EmulatedCKDfile::kOpenCannotOpen, -1, "", false, false},
       {"file too short for a header", kPath, [](TestVolume& v) { v.close(), (void)::truncate(v.path().c_str(), 12); },
        EmulatedCKDfile::kOpenBadHeader, -1, "", false, false},
-      {"header update pending, read-only", kPath,
-       [](TestVolume& v) {  // format level 0: an older header the file would rewrite
-         v.close();
-         FILE* f = std::fopen(v.path().c_str(), "r+b");
-         std::fseek(f, 17, SEEK_SET);
-         std::fputc(0, f);
-         std::fclose(f);
-       },
-       1, -1, "", false, false},
-      {"header update pending, read-write", kPathReadWrite,
-       [](TestVolume& v) {
-         v.close();
-         FILE* f = std::fopen(v.path().c_str(), "r+b");
-         std::fseek(f, 17, SEEK_SET);
-         std::fputc(0, f);
-         std::fclose(f);
-       },
-       0, -1, "", true, true},
+      {"header update pending, read-only", kPath, oldHeader, 1, -1, "", false, false},
+      {"header update pending, read-write", kPathReadWrite, oldHeader, 0, -1, "", true, true},
       {"no label", kPath, [](TestVolume& v) { v.setRecords(0, 0, {}); }, -1, EIO,
        "lbl.initialize errno is 9999\n", true, false},
       {"VTOC not starting with a Format-4", kBorrowed, [](TestVolume& v) { v.patchLabel(15, {2}); },
