@@ -96,24 +96,9 @@ int RecordReader::nextBlock() {
   return kBlockRead;
 }
 
-int RecordReader::next(LogicalRecord& r) {
-  // The common case inline: the next fixed-length record of the current
-  // block; everything else (and its error texts) in nextSlow().
-  if (fastPos_ < fastEnd_) {
-    r.data = fastPos_;
-    r.length = lrecl_;
-    r.key = block_.key;
-    r.keyLength = block_.keyLength;
-    r.block = block_;
-    r.firstInBlock = false;
-    fastPos_ += lrecl_;
-    return kBlockRead;
-  }
-  return nextSlow(r);
-}
-
 int RecordReader::nextSlow(LogicalRecord& r) {
   fastPos_ = fastEnd_ = nullptr;
+  filled_ = &r;  // every field of `r` is written below
   if (state_ != kBlockRead) return state_;
   for (;;) {
     if (!haveBlock_ || pos_ >= end_) {

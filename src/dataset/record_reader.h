@@ -91,7 +91,28 @@ class CKDVOL_EXPORT RecordReader {
   // a BlockResult from the block reader (its error() text is taken over) or
   // a RecordResult. error() names the block's address and the cause. After 0
   // or a negative result every further call returns the same result.
-  int next(LogicalRecord& r);
+  // Passing the same `r` to consecutive calls is cheapest: fields that did
+  // not change since the reader last filled that object (key, keyLength,
+  // block) are not written again, so a caller that changes them itself
+  // passes another object next time.
+  int next(LogicalRecord& r) {
+    // The common case inline: the next fixed-length record of the current
+    // block; everything else (and every error) in nextSlow().
+    if (fastPos_ < fastEnd_) {
+      r.data = fastPos_;
+      r.length = lrecl_;
+      if (&r != filled_) {  // another object: give it the block's fields too
+        r.key = block_.key;
+        r.keyLength = block_.keyLength;
+        r.block = block_;
+        filled_ = &r;
+      }
+      r.firstInBlock = false;
+      fastPos_ += lrecl_;
+      return kBlockRead;
+    }
+    return nextSlow(r);
+  }
   const std::string& error() const { return error_; }
   uint64_t blocksRead() const { return blocksRead_; }   // blocks taken from the block reader
   uint64_t bytesRead() const { return bytesRead_; }     // the sum of their data lengths
@@ -110,6 +131,7 @@ class CKDVOL_EXPORT RecordReader {
   uint32_t end_ = 0;          // end of the records in block_.data
   const unsigned char* fastPos_ = nullptr;  // fixed-length records left in block_:
   const unsigned char* fastEnd_ = nullptr;  //   [fastPos_, fastEnd_), handed out by next()
+  const LogicalRecord* filled_ = nullptr;   // the object whose block fields are current
   bool haveBlock_ = false;
   bool firstOfBlock_ = false;
   std::vector<unsigned char> joined_;      // spanned record being assembled

@@ -180,6 +180,14 @@ TEST(RecordReaderTest, DeblocksEveryRecordFormatAndNamesBadBlocks) {
   ASSERT_EQ(raw.next(r), 1);
   EXPECT_EQ(raw.next(r), 0);
   EXPECT_EQ(raw.bytesRead(), 30u);
+  // Records into two objects in turn: each gets the block's key and address.
+  BlockReader keyed(vol.file(), *findDataSet(v, "CASE4"));
+  RecordReader fixed(keyed, *findDataSet(v, "CASE4"));
+  LogicalRecord a, b;
+  ASSERT_EQ(fixed.next(a), 1);
+  ASSERT_EQ(fixed.next(b), 1);
+  EXPECT_EQ(std::string(b.key, b.key + b.keyLength) + std::string(b.data, b.data + b.length), "K1def");
+  EXPECT_EQ(b.block.head * 10 + b.block.record, 41u);
 }
 
 }  // namespace
