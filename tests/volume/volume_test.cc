@@ -374,7 +374,7 @@ TEST(VolumeTest, VtocChainsListingAndLookup) {
   int capacity = vtoc.f1List.capacity;
   vtoc.reset();
   EXPECT_FALSE(vtoc.f4.isSet());
-  EXPECT_EQ(vtoc.f1List.count + vtoc.f5List.count + vtoc.f8List.count + vtoc.f0Count, 0);
+  EXPECT_EQ(vtoc.f1List.count + vtoc.f5List.count + vtoc.f8List.count + vtoc.f0Count + vtoc.unknownCount, 0);
   EXPECT_EQ(vtoc.f1List.capacity, capacity);  // storage kept
   RexxString out("kept");
   EXPECT_THROW(vtoc.print(out), const char*);  // no Format-4 DSCB
