@@ -1,6 +1,6 @@
 // ckdvol create: make a new volume file and initialise every track.
 //
-//   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--no-format]
+//   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--no-format] [--sparse]
 //
 // The file is never overwritten: an existing FILE is refused and left as it
 // is. A volume whose initialisation fails or is interrupted (SIGINT, SIGTERM,
@@ -10,15 +10,21 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "ckdfile/emulated_ckd_file.h"
+#include "ckdfile/volume_format.h"
 #include "command.h"
 #include "tool_util.h"
 
@@ -193,35 +199,116 @@ struct CreateOptions {
   int cylinders = 0;
   bool cylindersGiven = false;  // otherwise the count comes from type and model
   bool noFormat = false;
+  bool sparse = false;
 };
+
+// The largest model: TYPE-A is TYPE-59.
+constexpr int kMaxModel = 59;
+
+// Sparse initialisation: the file is made at its full length with holes,
+// then each track gets only its written part (home address, record zero,
+// the label or VTOC records on cylinder 0 heads 0 and 1 when formatting,
+// the end marker); the rest of every slot stays a hole and reads as zeros.
+// No filler records are written. The header is stamped "CKD_XVOL" last, as
+// initialize() does, so an interrupted run leaves an unusable "CKD_INIT"
+// file (which the signal handler removes).
+int initializeSparse(F& f, Progress& progress, bool labels) {
+  const long long end = f.getMaxOffset();
+  if (end < 0) return F::kInitNoOffset;
+  if (::ftruncate(f.fileDescriptor, static_cast<off_t>(end)) != 0) return F::kInitWrite;
+  std::vector<unsigned char> image(f.trackSlotSize, 0);
+  size_t used = 0;
+  unsigned short cell = 0, head = 0;
+  unsigned int cyl = 0;
+  bool done = false;
+  unsigned long long written = 0;
+  while (!done) {
+    std::memset(image.data(), 0, used);
+    unsigned char* p = image.data();
+    f.putHA(p, 0, cyl, head);
+    f.putCount(p, static_cast<int>(cyl), head, 0, 0, ckdvol::kRecordZeroDataLength);
+    p += ckdvol::kRecordZeroDataLength;
+    if (labels && cyl == 0 && head == 0) f.format_labels(p);
+    if (labels && cyl == 0 && head == 1) f.format_vtoc(p);
+    std::memset(p, ckdvol::kEndMarkerByte, ckdvol::kEndMarkerSize);
+    p += ckdvol::kEndMarkerSize;
+    used = static_cast<size_t>(p - image.data());
+    const long long offset = f.getOffset(cyl, head, cell, false);
+    if (offset < 0) return F::kInitNoOffset;
+    if (::pwrite(f.fileDescriptor, image.data(), used, static_cast<off_t>(offset)) != static_cast<ssize_t>(used)) {
+      return F::kInitWrite;
+    }
+    done = f.increment(cell, cyl, head);
+    if (++written % f.tracksPerCylinder == 0) onCylinder(&progress, f.deviceType, cell, cyl, head);
+  }
+  unsigned char header[ckdvol::kHeaderSize];
+  if (f.readHeader(header, false) != F::kHeaderOk) return F::kInitReadHeader;
+  f.formatLevel = header[ckdvol::kHdrFormatLevel];
+  std::memcpy(header + ckdvol::kHdrMagic, ckdvol::kMagicReady, ckdvol::kMagicLength);
+  if (f.writeHeader(header, true) != F::kHeaderOk) return F::kInitWriteHeader;
+  ::fdatasync(f.fileDescriptor);
+  if (f.readTrack(0, 0, 0) != F::kTrackOk) return F::kInitLoadTrack;
+  return F::kInitOk;
+}
+
+// Bytes the file system gives the file: its allocated blocks.
+long long allocatedBytes(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_blocks) * 512 : -1;
+}
 
 int runCreate(const CreateOptions& o) {
   F::CKDtype type;
   int model;
-  if (!F::parseType(o.type.c_str(), type, model)) {
+  std::string typeName = o.type;
+  for (char& c : typeName) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  if (!F::parseType(typeName.c_str(), type, model)) {
     return failWith(kExitUsage, "'" + o.type +
                                     "' is not a device type: use TYPE or TYPE-MODEL, e.g. D600 or "
                                     "D600-3 ('ckdvol types' lists the types)");
   }
+  const F::DeviceInfo* device = F::findDevice(type);
+  const bool d200 = type == F::D200;
   // create(): a positive count is taken as it is, a negative one as that many
   // times the type's default count. Model N asks for N times the default,
   // no model for the default itself.
   if (o.cylindersGiven && o.cylinders <= 0) {
     return failWith(kExitUsage, "--cylinders needs a count of at least 1");
   }
+  if (d200 && ((o.cylindersGiven && static_cast<unsigned>(o.cylinders) != device->cylinders) || model > 0)) {
+    return failWith(kExitUsage, "D200 has one geometry, " + d200GeometryText() +
+                                    ": give neither a model nor --cylinders");
+  }
+  if (model > kMaxModel) {
+    return failWith(kExitUsage, "model " + std::to_string(model) + " is too large: models go from 1 to " +
+                                    std::to_string(kMaxModel) + " (TYPE-A is TYPE-59)");
+  }
   const int multiple = model > 0 ? model : 1;
   const unsigned long long wanted =
       o.cylindersGiven ? static_cast<unsigned long long>(o.cylinders)
-                       : static_cast<unsigned long long>(multiple) * F::findDevice(type)->cylinders;
+                       : static_cast<unsigned long long>(multiple) * device->cylinders;
   if (wanted > kMaxCylinders) {
     return failWith(kExitUsage, std::to_string(wanted) + " cylinders is more than a volume can address (" +
                                     std::to_string(kMaxCylinders) + ")");
   }
+  if (wanted > ckdvol::kMaxSmallCylinders && type != F::D600) {
+    return failWith(kExitUsage, count(wanted, "cylinder") + " is more than a " + typeName.substr(0, 4) +
+                                    " volume can have (65520); only D600 goes beyond");
+  }
   const int request = o.cylindersGiven ? o.cylinders : -multiple;
+  if (o.cylindersGiven && wanted > ckdvol::kMaxSmallCylinders && wanted % ckdvol::kLargeCylinderMultiple != 0) {
+    const unsigned long long rounded =
+        (wanted / ckdvol::kLargeCylinderMultiple + 1) * ckdvol::kLargeCylinderMultiple;
+    std::fprintf(stderr,
+                 "ckdvol: %s: %llu cylinders will be rounded up to %llu (above 65520, a volume has a "
+                 "multiple of 1113 cylinders)\n",
+                 o.path.c_str(), wanted, rounded);
+  }
 
   F f;
   gCleanupPath = o.path;
-  gCleanupMessage = "\nckdvol: " + o.path + ": interrupted; the unfinished volume was removed\n";
+  gCleanupMessage = std::string(stderrIsTerminal() ? "\n" : "") + "ckdvol: " + o.path +
+                    ": interrupted; the unfinished volume was removed\n";
   int rc;
   {
     SignalBlock block;
@@ -251,21 +338,25 @@ int runCreate(const CreateOptions& o) {
   const bool rounded = f.cylindersRounded != 0;
   const long long size = f.getMaxOffset();
 
-  // Initialisation writes every slot: refuse at once, rather than after
-  // filling the disk, when the file system cannot hold the volume.
+  // Initialisation writes every slot (a sparse one a block or so per track):
+  // refuse at once, rather than after filling the disk, when the file system
+  // cannot hold the volume.
+  const unsigned long long tracks = static_cast<unsigned long long>(size - 512) / f.trackSlotSize;
+  const unsigned long long needed =
+      o.sparse ? tracks * std::min<unsigned long long>(f.trackSlotSize, 8192) : static_cast<unsigned long long>(size);
   const unsigned long long available = freeBytesAt(o.path);
-  if (available != kUnknownFree && static_cast<unsigned long long>(size) > available) {
+  if (available != kUnknownFree && needed > available) {
     SignalBlock block;
     gCleanupArmed = 0;
     f.close();
     ::unlink(o.path.c_str());
     restoreDefaultHandlers();
-    return fail(o.path, "the volume needs " + std::to_string(size) + " bytes but its file system has " +
+    return fail(o.path, "the volume needs " + std::to_string(needed) + " bytes but its file system has " +
                             std::to_string(available) + " free; nothing was created");
   }
 
   errno = 0;
-  rc = f.initialize(onCylinder, &progress, !o.noFormat);
+  rc = o.sparse ? initializeSparse(f, progress, !o.noFormat) : f.initialize(onCylinder, &progress, !o.noFormat);
   const int savedErrno = errno;
   {
     SignalBlock block;
@@ -287,9 +378,16 @@ int runCreate(const CreateOptions& o) {
   } else {
     std::snprintf(typeText, sizeof typeText, "%04X", static_cast<unsigned>(type));
   }
-  std::printf("created %s: %s, %u cylinders%s x %u heads, %lld bytes, %s in %.1f s\n", o.path.c_str(),
-              typeText, cylinders, rounded ? " (rounded up to a multiple of 1113)" : "", heads, size,
-              o.noFormat ? "empty tracks" : "labelled with an empty VTOC", now() - progress.start);
+  const std::string geometry =
+      d200 ? d200GeometryText()
+           : count(cylinders, "cylinder") + (rounded ? " (rounded up to a multiple of 1113)" : "") + " x " +
+                 count(heads, "head");
+  std::string contents = o.noFormat ? "empty tracks" : "labelled with an empty VTOC";
+  if (o.sparse) {
+    contents += ", sparse: " + std::to_string(allocatedBytes(o.path)) + " bytes on disk";
+  }
+  std::printf("created %s: %s, %s, %lld bytes, %s in %.1f s\n", o.path.c_str(), typeText, geometry.c_str(), size,
+              contents.c_str(), now() - progress.start);
   return kExitOk;
 }
 
@@ -308,17 +406,29 @@ const CommandRegistration kRegistration(Command{
       app.add_flag("--no-format", o->noFormat,
                    "Write empty tracks only (home address and record zero): no IPL records, "
                    "no VOL1 label, no VTOC");
+      app.add_flag("--sparse", o->sparse,
+                   "Make the file with holes and write only what each track holds (a few KB per\n"
+                   "track); tracks other than the label and VTOC tracks stay empty (no fillers)");
       app.footer(
+          "TYPE may be written in either case (D600 or d600).\n"
           "Cylinders: TYPE alone gives the type's default count (see 'ckdvol types');\n"
-          "TYPE-N gives N times that count (D600-3: 3339 cylinders), and TYPE-A means\n"
-          "TYPE-59 (D600-A: 65667 cylinders, a volume with 28-bit cylinder numbers).\n"
-          "--cylinders N sets the count directly.\n"
+          "TYPE-N gives N times that count for N from 1 to 59 (D600-3: 3339 cylinders),\n"
+          "and TYPE-A means TYPE-59 (D600-A: 65667 cylinders, a volume with 28-bit\n"
+          "cylinder numbers). --cylinders N sets the count directly. Only D600 goes\n"
+          "beyond 65520 cylinders; above that a count is rounded up to a multiple of\n"
+          "1113, which is said before anything is written. D200 has one geometry: 10\n"
+          "cells x 200 cylinders x 100 heads (200000 tracks); it takes no model and no\n"
+          "--cylinders.\n"
           "\n"
           "With full formatting, cylinder 0 holds the IPL records and the VOL1 label\n"
           "(serial 0X0123) on head 0 and an empty VTOC on head 1; every other track holds\n"
-          "4096-byte filler records. A progress bar is drawn on standard error when it is\n"
-          "a terminal; a summary line goes to standard output. If initialisation fails or\n"
-          "is interrupted (SIGINT, SIGTERM, SIGHUP), the file is removed.");
+          "4096-byte filler records. --sparse writes the same label and VTOC tracks but\n"
+          "leaves every other track empty (home address, record zero, end marker) and the\n"
+          "rest of the file as holes: the volume reads like any other, and a sparse\n"
+          "--no-format volume holds exactly the bytes of a plain one.\n"
+          "A progress bar is drawn on standard error when it is a terminal; a summary\n"
+          "line goes to standard output. If initialisation fails or is interrupted\n"
+          "(SIGINT, SIGTERM, SIGHUP), the file is removed.");
       return [o, cylinders] {
         o->cylindersGiven = cylinders->count() > 0;
         return runCreate(*o);

@@ -17,6 +17,7 @@
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "command.h"
+#include "open_failure.h"
 #include "common/rexx_string.h"
 #include "dscb/generic_dscb.h"
 #include "tool_util.h"
@@ -44,15 +45,14 @@ int runDscb(const DscbOptions& o) {
   if (int status = lock.acquire(o.path, false)) return status;
   F f;
   const int orc = f.open(o.path.c_str(), true);
-  if (orc < 0) {
-    const std::string cause = orc == F::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
-    return fail(o.path, "not a usable volume: " + cause);
-  }
+  if (orc < 0) return openFailed(o.path, orc, errno, f.errorText);
   const int rc = f.readTrack(o.cyl, static_cast<unsigned short>(o.head), 0);
   if (rc == F::kTrackRange) {
-    return fail(o.path, "track " + std::to_string(o.cyl) + "/" + std::to_string(o.head) +
-                            " is not on the volume (" + std::to_string(f.cylinders) +
-                            " cylinders of " + std::to_string(f.tracksPerCylinder) + " heads)");
+    const std::string geometry = f.deviceType == F::D200
+                                     ? d200GeometryText()
+                                     : count(f.cylinders, "cylinder") + " of " + count(f.tracksPerCylinder, "head");
+    return failWith(kExitUsage, o.path + ": track " + std::to_string(o.cyl) + "/" + std::to_string(o.head) +
+                                    " is not on the volume (" + geometry + ")");
   }
   if (rc != F::kTrackOk) {
     return fail(o.path, "track " + std::to_string(o.cyl) + "/" + std::to_string(o.head) +

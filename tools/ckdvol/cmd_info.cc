@@ -17,6 +17,7 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "command.h"
+#include "open_failure.h"
 #include "common/byte_order.h"
 #include "tool_util.h"
 
@@ -60,10 +61,7 @@ int runInfo(const std::string& path, bool json) {
   if (int status = lock.acquire(path, false)) return status;
   EmulatedCKDfile f;
   const int rc = f.open(path.c_str(), true);
-  if (rc < 0) {
-    const std::string cause = rc == EmulatedCKDfile::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
-    return fail(path, "not a usable volume (open result " + std::to_string(rc) + "): " + cause);
-  }
+  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
   unsigned char h[ckdvol::kHeaderSize];
   if (f.readHeader(h, true) != EmulatedCKDfile::kHeaderOk) {
     return fail(path, std::string("cannot read the header again: ") + std::strerror(errno));
@@ -77,6 +75,13 @@ int runInfo(const std::string& path, bool json) {
           ? static_cast<unsigned long long>(slotsEnd - ckdvol::kHeaderSize) / f.trackSlotSize
           : static_cast<unsigned long long>(f.cylinders) * f.tracksPerCylinder;
   const bool pending = rc == EmulatedCKDfile::kOpenReadOnlyPending;
+  // D200 is shown as it is addressed; open()'s count (slots / 20) means
+  // nothing for it, and neither does its "correction".
+  const bool d200 = f.deviceType == EmulatedCKDfile::D200;
+  const unsigned cylinders = d200 ? kD200CylindersPerCell : f.cylinders;
+  const unsigned heads = d200 ? kD200HeadsPerCylinder : f.tracksPerCylinder;
+  const bool corrected = !d200 && f.cylindersCorrected != 0;
+  const SizeCheck sizeCheck = checkFileSize(h, size);
 
   nlohmann::ordered_json header = {
       {"magic", fieldText(h + ckdvol::kHdrMagic, ckdvol::kMagicLength)},
@@ -96,10 +101,10 @@ int runInfo(const std::string& path, bool json) {
       {"deviceType", typeText(f.deviceType, 0)},
       {"model", f.model},
       {"formatLevel", f.formatLevel},
-      {"cylinders", f.cylinders},
-      {"cylindersCorrected", f.cylindersCorrected != 0},
+      {"cylinders", cylinders},
+      {"cylindersCorrected", corrected},
       {"headerCylinders", f.cylindersCorrected ? f.headerCylinders : loadLe32(h + ckdvol::kHdrCylinders)},
-      {"tracksPerCylinder", f.tracksPerCylinder},
+      {"tracksPerCylinder", heads},
       {"cells", f.cellCount},
       {"tracks", tracks},
       {"trackSlotSize", f.trackSlotSize},
@@ -110,6 +115,8 @@ int runInfo(const std::string& path, bool json) {
       {"savedCopies", savedCopies},
       {"readOnly", f.readOnly != 0},
       {"headerUpdatePending", pending},
+      {"headerFileSize", sizeCheck.headerSize},
+      {"sizeFinding", sizeCheck.finding.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(sizeCheck.finding)},
       {"header", header},
   };
   if (json) {
@@ -120,14 +127,20 @@ int runInfo(const std::string& path, bool json) {
   std::printf("file:               %s (%lld bytes)\n", path.c_str(), size);
   std::printf("device type:        %s\n", typeText(f.deviceType, f.model).c_str());
   std::printf("format level:       %u\n", f.formatLevel);
-  if (f.cylindersCorrected) {
-    std::printf("cylinders:          %u (corrected from the file size; header says %u)\n", f.cylinders,
-                f.headerCylinders);
+  if (d200) {
+    std::printf("cylinders:          %u per cell\n", cylinders);
+    std::printf("geometry:           %s, tracks of %u bytes\n", d200GeometryText().c_str(), f.trackSlotSize);
   } else {
-    std::printf("cylinders:          %u\n", f.cylinders);
+    if (corrected) {
+      std::printf("cylinders:          %u (corrected from the file size; header says %u)\n", f.cylinders,
+                  f.headerCylinders);
+    } else {
+      std::printf("cylinders:          %u\n", f.cylinders);
+    }
+    std::printf("geometry:           %s, %s, %llu tracks of %u bytes\n", count(heads, "head").c_str(),
+                count(f.cellCount, "cell").c_str(), tracks, f.trackSlotSize);
   }
-  std::printf("geometry:           %u heads, %u cell(s), %llu tracks of %u bytes\n", f.tracksPerCylinder,
-              f.cellCount, tracks, f.trackSlotSize);
+  if (!sizeCheck.finding.empty()) std::printf("file size:          %s\n", sizeCheck.finding.c_str());
   std::printf("track capacity:     %u bytes\n", f.trackCapacity);
   std::printf("large cylinders:    %s\n", f.largeCylinders ? "yes" : "no");
   std::printf("versions:           active %d, latest %d, %lld saved cop%s\n", f.activeVersion,
@@ -162,9 +175,11 @@ const CommandRegistration kRegistration(Command{
           "file size because the header disagreed), heads, cells, slot size, the track\n"
           "versions (active and latest) with the saved copies behind the last slot, and\n"
           "the raw header fields.\n"
-          "A file that cannot be opened as a volume gives exit status 1 and a message with\n"
-          "the open result code and its cause (e.g. a freshly created volume that was never\n"
-          "initialised is refused with result -2, 'Unable to read file').");
+          "D200 is shown as it is addressed: 10 cells x 200 cylinders x 100 heads.\n"
+          "A file whose length disagrees with its header gets a 'file size' line.\n"
+          "A file that cannot be opened as a volume gives exit status 1 and a message\n"
+          "naming its cause: a directory, an empty or short file, a text file, another\n"
+          "emulator's image, a volume whose creation never finished, and so on.");
       return [args] { return runInfo(args->file, args->json); };
     }});
 

@@ -17,6 +17,7 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "command.h"
+#include "open_failure.h"
 #include "common/byte_order.h"
 #include "common/data_translator.h"
 #include "tool_util.h"
@@ -73,17 +74,16 @@ int runTrack(const std::string& path, unsigned cyl, unsigned head, unsigned cell
   if (int status = lock.acquire(path, false)) return status;
   F f;
   const int orc = f.open(path.c_str(), true);
-  if (orc < 0) {
-    const std::string cause = orc == F::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
-    return fail(path, "not a usable volume: " + cause);
-  }
+  if (orc < 0) return openFailed(path, orc, errno, f.errorText);
   if (head > 0xFFFF || cell > 0xFFFF) return fail(path, "head and cell are numbers up to 65535");
   errno = 0;
   const int rc = f.readTrack(cyl, static_cast<unsigned short>(head), static_cast<unsigned short>(cell));
   if (rc == F::kTrackRange) {
-    return fail(path, "track " + std::to_string(cyl) + "/" + std::to_string(head) + " cell " +
-                          std::to_string(cell) + " is not on the volume (" + std::to_string(f.cylinders) +
-                          " cylinders of " + std::to_string(f.tracksPerCylinder) + " heads)");
+    const std::string geometry = f.deviceType == F::D200
+                                     ? d200GeometryText()
+                                     : count(f.cylinders, "cylinder") + " of " + count(f.tracksPerCylinder, "head");
+    return failWith(kExitUsage, path + ": track " + std::to_string(cyl) + "/" + std::to_string(head) + " cell " +
+                                    std::to_string(cell) + " is not on the volume (" + geometry + ")");
   }
   if (rc != F::kTrackOk) {
     return fail(path, std::string("cannot read the track: ") +
@@ -91,7 +91,10 @@ int runTrack(const std::string& path, unsigned cyl, unsigned head, unsigned cell
   }
 
   const unsigned char* b = f.trackBuffer;
-  std::printf("Track %u/%u cell %u: slot at file offset %lld, %u bytes\n", cyl, head, cell,
+  // D200 addresses are byte pairs: shown in hexadecimal, as verify lists them.
+  std::printf(f.deviceType == F::D200 ? "Track %04X/%04X cell %u: slot at file offset %lld, %u bytes\n"
+                                      : "Track %u/%u cell %u: slot at file offset %lld, %u bytes\n",
+              cyl, head, cell,
               f.getOffset(cyl, static_cast<unsigned short>(head), static_cast<unsigned short>(cell), false),
               f.trackSlotSize);
   std::printf("Home address: flag %02X, cylinder %d, head %d\n", b[0], f.getRefCC(b), f.getRefHH(b));
@@ -156,6 +159,9 @@ const CommandRegistration kRegistration(Command{
       app.add_option("HEAD", o->head, "Head number")->required();
       app.add_option("--cell", o->cell, "Cell number (device type D200 only)");
       app.footer(
+          "Numbers may be given in hexadecimal with 0x (D200: cylinder 0x0109 is\n"
+          "cylinder byte 1, 9). D200 tracks are addressed by --cell 0-9, cylinder\n"
+          "0x0000-0x1309 and head 0x0000-0x0413, each byte its own coordinate.\n"
           "Each record shows its slot offset and count field (CC HH R KL DL), then its key\n"
           "and data: offset within the field, 16 bytes in hexadecimal and their EBCDIC text\n"
           "('.' where a byte has no printable character). Lines equal to the line before\n"

@@ -1,25 +1,42 @@
 // ckdvol verify: check every track of a volume, optionally mending them.
 //
-//   ckdvol verify FILE [--repair]
+//   ckdvol verify FILE [--json] [--dry-run | --repair [--yes]]
 //
 // Each track is read and checked with verifyTrack; findings are printed one
-// per line with the track address, then a summary by code. Without --repair
-// the volume is opened read-only and nothing changes. Exit status 0 when
-// every track is sound, 3 when anything was found, 1 when the volume cannot
-// be opened.
+// per line with the track address, then a summary by code. The file's length
+// is compared with what its header describes. The check itself opens the
+// volume read-only.
+//
+// --dry-run and --repair add to each finding the mending the tool would make
+// (track_mend.h: what it keeps, what it drops). --repair then asks (on a
+// terminal; --yes answers for scripts) and makes the repairs under a track
+// version, enabling one when none is active, so that 'ckdvol version
+// rollback' undoes them. The library's own verifyTrack(true), which writes
+// past versioning, is not used.
+//
+// Exit status 0 when everything is sound, 3 when anything was found
+// (repaired or not), 1 when the volume cannot be opened or a repair cannot
+// be written, 2 for bad arguments or an unconfirmed repair.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
+
+#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/versioning.h"
+#include "ckdfile/volume_format.h"
 #include "command.h"
+#include "open_failure.h"
 #include "tool_util.h"
+#include "track_mend.h"
 
 namespace ckdvol_tool {
 namespace {
@@ -61,18 +78,15 @@ std::string codeMeaning(int code) {
   }
 }
 
-std::string repairText(int code, bool forgotten) {
-  if (forgotten) return "rewritten as an empty track";
-  if (code == ckdvol::kVerifyPastLimit) return "cut back to record zero";
-  if (code == ckdvol::kVerifyCopyUnreadable || code == ckdvol::kVerifyCopyNoMarker ||
-      code == ckdvol::kVerifyCopyNoBackLink || code == ckdvol::kVerifyNoLink) {
-    return "version link cleared (now an unversioned track)";
-  }
-  if (ckdvol::isBadCountCode(static_cast<uint16_t>(code))) {
-    return "the bad record and all records after it dropped";
-  }
-  return "repaired";
-}
+struct Finding {
+  unsigned short cell;
+  unsigned int cyl;
+  unsigned short head;
+  int code;        // verifyCode, or kUnreadable
+  int readResult;  // readTrack's result for an unreadable track
+  bool planned = false;
+  TrackMend mend;
+};
 
 std::string address(const F& f, unsigned short cell, unsigned int cyl, unsigned short head) {
   char buf[64];
@@ -102,94 +116,268 @@ void trackAddress(const F& f, unsigned long long index, unsigned short& cell, un
   head = static_cast<unsigned short>(index % f.tracksPerCylinder);
 }
 
-int runVerify(const std::string& path, bool repair) {
+struct VerifyOptions {
+  std::string file;
+  bool repair = false;
+  bool dryRun = false;
+  bool yes = false;
+  bool json = false;
+};
+
+// Asks on the terminal; true for an answer starting with y or Y.
+bool confirm(const std::string& question) {
+  std::fprintf(stderr, "%s [y/N] ", question.c_str());
+  std::fflush(stderr);
+  char answer[64];
+  if (std::fgets(answer, sizeof answer, stdin) == nullptr) return false;
+  return answer[0] == 'y' || answer[0] == 'Y';
+}
+
+// Opens the volume read-write under an active version, enabling one when
+// versioning is off. `enabled` says whether this run enabled it.
+int openUnderVersion(F& f, const std::string& path, bool& enabled, bool quiet) {
+  enabled = false;
+  F peek;
+  int rc = peek.open(path.c_str(), true);
+  if (rc < 0) return openFailed(path, rc, errno, peek.errorText);
+  const int activeBefore = peek.activeVersion;
+  peek.close();
+  rc = f.open(path.c_str(), false);
+  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
+  if (f.activeVersion != activeBefore && !quiet) {
+    std::printf("%s: opening it read-write made the pending version %d active\n", path.c_str(), f.activeVersion);
+  }
+  if (f.activeVersion > 0) return kExitOk;
+  const int e = f.enableVersion();
+  if (e != ckdvol::kEnableOk) {
+    return fail(path, "cannot enable a track version for the repair (result " + std::to_string(e) +
+                          "); nothing was changed");
+  }
+  f.close();
+  rc = f.open(path.c_str(), false);
+  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
+  if (f.activeVersion <= 0) return fail(path, "the version enabled for the repair did not become active; nothing was changed");
+  enabled = true;
+  return kExitOk;
+}
+
+int runVerify(const VerifyOptions& o) {
+  const std::string& path = o.file;
+  const bool plan = o.repair || o.dryRun;
+  const bool write = o.repair && !o.dryRun;
   VolumeLock lock;
-  if (int status = lock.acquire(path, repair)) return status;
+  if (int status = lock.acquire(path, write)) return status;
   F f;
-  const int rc = f.open(path.c_str(), !repair);
-  if (rc < 0) {
-    const std::string cause = rc == F::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
-    return fail(path, "not a usable volume (open result " + std::to_string(rc) + "): " + cause);
+  const int rc = f.open(path.c_str(), true);
+  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
+  unsigned char header[ckdvol::kHeaderSize];
+  struct stat st;
+  SizeCheck size;
+  if (f.readHeader(header, false) == F::kHeaderOk && ::fstat(f.fileDescriptor, &st) == 0) {
+    size = checkFileSize(header, static_cast<long long>(st.st_size));
   }
   const unsigned long long tracks =
       f.deviceType == F::D200
-          ? static_cast<unsigned long long>(f.getMaxOffset() - 512) / f.trackSlotSize
+          ? static_cast<unsigned long long>(f.getMaxOffset() - ckdvol::kHeaderSize) / f.trackSlotSize
           : static_cast<unsigned long long>(f.cylinders) * f.tracksPerCylinder;
   const bool progress = stderrIsTerminal() && tracks >= kProgressTracks;
 
+  std::vector<Finding> findings;
   std::map<int, unsigned long long> byCode;
-  unsigned long long findings = 0;
+  unsigned long long dropped = 0, emptied = 0;
   for (unsigned long long done = 0; done < tracks; ++done) {
-    unsigned short cell, head;
-    unsigned int cyl;
-    trackAddress(f, done, cell, cyl, head);
+    Finding x{};
+    trackAddress(f, done, x.cell, x.cyl, x.head);
     if (progress && ((done + 1) % 1000 == 0 || done + 1 == tracks)) {
       std::fprintf(stderr, "\rverifying %s: %llu of %llu tracks (%llu%%)", path.c_str(), done + 1, tracks,
                    (done + 1) * 100 / tracks);
     }
-    const int read = f.readTrack(cyl, head, cell);
-    if (read != F::kTrackOk) {
-      ++findings;
-      ++byCode[kUnreadable];
-      if (progress) std::fputs("\r\033[K", stderr);
-      std::printf("%s: %s (read result %d)\n", address(f, cell, cyl, head).c_str(),
-                  codeMeaning(kUnreadable).c_str(), read);
-      continue;
+    x.readResult = f.readTrack(x.cyl, x.head, x.cell);
+    if (x.readResult != F::kTrackOk) {
+      x.code = kUnreadable;
+    } else {
+      bool sound;
+      if (o.json) {
+        StdoutSilencer quiet;  // the library's line for an unreadable copy
+        sound = f.verifyTrack(false);
+      } else {
+        sound = f.verifyTrack(false);
+      }
+      if (sound) continue;
+      x.code = f.verifyCode;
+      if (plan) {
+        x.mend = planMend(f, x.code);
+        x.mend.image = std::vector<unsigned char>();  // replanned when written; keep memory flat
+        x.planned = true;
+        dropped += x.mend.dropped.size();
+        emptied += x.mend.emptied ? 1 : 0;
+      }
     }
-    if (f.verifyTrack(repair)) continue;
-    const int code = f.verifyCode;
-    ++findings;
-    ++byCode[code];
-    const bool forgotten = f.currentCyl == 0xFFFFFFFFu;
+    ++byCode[x.code];
     if (progress) std::fputs("\r\033[K", stderr);
-    std::printf("%s: code %d: %s%s\n", address(f, cell, cyl, head).c_str(), code, codeMeaning(code).c_str(),
-                repair ? ("; " + repairText(code, forgotten)).c_str() : "");
+    if (!o.json) {
+      if (x.code == kUnreadable) {
+        std::printf("%s: %s (read result %d)\n", address(f, x.cell, x.cyl, x.head).c_str(),
+                    codeMeaning(kUnreadable).c_str(), x.readResult);
+      } else {
+        std::printf("%s: code %d: %s\n", address(f, x.cell, x.cyl, x.head).c_str(), x.code,
+                    codeMeaning(x.code).c_str());
+        if (x.planned) std::printf("    repair: %s\n", x.mend.describe().c_str());
+      }
+    }
+    findings.push_back(std::move(x));
   }
   if (progress) std::fputs("\r\033[K", stderr);
+  unsigned long long mendable = 0;
+  for (const Finding& x : findings) mendable += x.planned ? 1 : 0;
 
-  std::printf("%s: %llu track%s verified, %llu sound, %llu with findings%s\n", path.c_str(), tracks,
-              tracks == 1 ? "" : "s", tracks - findings, findings,
-              findings != 0 && repair ? " (repaired)" : "");
-  for (const auto& entry : byCode) {
-    if (entry.first == kUnreadable) {
-      std::printf("  unreadable: %llu track%s: %s\n", entry.second, entry.second == 1 ? "" : "s",
-                  codeMeaning(entry.first).c_str());
-    } else {
-      std::printf("  code %d: %llu track%s: %s\n", entry.first, entry.second, entry.second == 1 ? "" : "s",
-                  codeMeaning(entry.first).c_str());
+  nlohmann::ordered_json report;
+  if (o.json) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const Finding& x : findings) {
+      nlohmann::ordered_json j = {{"cell", x.cell}, {"cylinder", x.cyl}, {"head", x.head}, {"code", x.code},
+                                  {"meaning", codeMeaning(x.code)}};
+      if (x.code == kUnreadable) j["readResult"] = x.readResult;
+      if (x.planned) {
+        j["repair"] = {{"steps", x.mend.steps},
+                       {"recordsKept", x.mend.kept},
+                       {"recordsDropped", x.mend.dropped},
+                       {"emptied", x.mend.emptied}};
+      }
+      list.push_back(j);
+    }
+    nlohmann::ordered_json summary = nlohmann::ordered_json::object();
+    for (const auto& entry : byCode) summary[std::to_string(entry.first)] = entry.second;
+    report = {{"file", path},
+              {"fileSize", size.fileSize},
+              {"headerSize", size.headerSize},
+              {"sizeFinding", size.finding.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(size.finding)},
+              {"tracks", tracks},
+              {"soundTracks", tracks - findings.size()},
+              {"findings", list},
+              {"byCode", summary},
+              {"dryRun", o.dryRun},
+              {"repaired", false}};
+  } else {
+    if (!size.finding.empty()) std::printf("%s: %s\n", path.c_str(), size.finding.c_str());
+    std::printf("%s: %s verified, %llu sound, %llu with findings\n", path.c_str(), count(tracks, "track").c_str(),
+                tracks - findings.size(), static_cast<unsigned long long>(findings.size()));
+    for (const auto& entry : byCode) {
+      if (entry.first == kUnreadable) {
+        std::printf("  unreadable: %s: %s\n", count(entry.second, "track").c_str(),
+                    codeMeaning(entry.first).c_str());
+      } else {
+        std::printf("  code %d: %s: %s\n", entry.first, count(entry.second, "track").c_str(),
+                    codeMeaning(entry.first).c_str());
+      }
+    }
+    if (plan && mendable > 0) {
+      std::printf("%s: repair %s %s: %s dropped, %s rewritten empty\n", path.c_str(),
+                  o.dryRun ? "would mend" : "mends", count(mendable, "track").c_str(),
+                  count(dropped, "record").c_str(), count(emptied, "track").c_str());
     }
   }
-  const int closed = f.close();
-  if (closed != 0) return fail(path, std::string("closing the volume failed: ") + std::strerror(errno));
-  return findings != 0 ? kExitFindings : kExitOk;
+  const bool anything = !findings.empty() || !size.finding.empty();
+  f.close();
+
+  auto finish = [&](int status) {
+    if (o.json) std::printf("%s\n", report.dump(2).c_str());
+    return status;
+  };
+  if (!write || mendable == 0) {
+    if (o.dryRun && !o.json && mendable > 0) std::printf("%s: dry run: nothing was changed\n", path.c_str());
+    return finish(anything ? kExitFindings : kExitOk);
+  }
+  if (!size.finding.empty()) {
+    finish(kExitFindings);
+    return fail(path, "no track was repaired: the file's length disagrees with its header, and a repair under a "
+                      "version needs the whole volume; nothing was changed");
+  }
+  if (!o.yes) {
+    if (!stdinIsTerminal()) {
+      finish(kExitFindings);
+      return failWith(kExitUsage, path + ": nothing was changed: --repair asks before changing a volume; add "
+                                         "--yes to repair without asking (--dry-run only lists)");
+    }
+    const std::string question = "Repair " + count(mendable, "track") + " of " + path + ", dropping " +
+                                 count(dropped, "record") + "? Every repair is made under a track version and "
+                                 "can be undone with 'ckdvol version rollback'.";
+    if (!confirm(question)) {
+      std::fprintf(stderr, "ckdvol: %s: nothing was changed\n", path.c_str());
+      return finish(kExitFindings);
+    }
+  }
+
+  F v;
+  bool enabled = false;
+  if (int status = openUnderVersion(v, path, enabled, o.json)) return status;
+  const int version = v.activeVersion;
+  unsigned long long repaired = 0;
+  for (const Finding& x : findings) {
+    if (!x.planned) continue;
+    const int read = v.readTrack(x.cyl, x.head, x.cell);
+    if (read != F::kTrackOk || v.verifyTrack(false)) continue;
+    const TrackMend mend = planMend(v, v.verifyCode);
+    const int written = applyMend(v, mend);
+    if (written != F::kTrackOk) {
+      v.close();
+      return fail(path, address(v, x.cell, x.cyl, x.head) + ": the repair could not be written (result " +
+                            std::to_string(written) + (written == F::kTrackNoCopy ? ": the former image could not be saved" : "") +
+                            "); " + count(repaired, "track") + " repaired before it, under version " +
+                            std::to_string(version));
+    }
+    ++repaired;
+  }
+  if (v.close() != 0) return fail(path, std::string("closing the volume failed: ") + std::strerror(errno));
+  if (o.json) {
+    report["repaired"] = true;
+    report["repairedTracks"] = repaired;
+    report["version"] = version;
+    report["versionEnabledForRepair"] = enabled;
+    return finish(kExitFindings);
+  }
+  std::printf("%s: %s repaired under track version %d%s\n", path.c_str(), count(repaired, "track").c_str(), version,
+              enabled ? " (enabled for this repair)" : "");
+  std::printf("  keep the repair:  ckdvol version commit %s\n", path.c_str());
+  std::printf("  undo it:          ckdvol version rollback %s\n", path.c_str());
+  if (enabled) std::printf("  then turn versioning off again with: ckdvol version disable %s\n", path.c_str());
+  return kExitFindings;
 }
 
 const CommandRegistration kRegistration(Command{
     "verify", "Check every track of a volume (and repair with --repair)", 45,
     [](CLI::App& app) -> std::function<int()> {
-      struct Args {
-        std::string file;
-        bool repair = false;
-      };
-      auto args = std::make_shared<Args>();
-      app.add_option("FILE", args->file, "Volume file")->required();
-      app.add_flag("--repair", args->repair, "Mend each damaged track in the file");
+      auto o = std::make_shared<VerifyOptions>();
+      app.add_option("FILE", o->file, "Volume file")->required();
+      app.add_flag("--repair", o->repair, "Mend the damaged tracks (asks first; see below)");
+      app.add_flag("--dry-run", o->dryRun, "List what a repair would do, keep and drop; change nothing");
+      app.add_flag("--yes,-y", o->yes, "With --repair: repair without asking (for scripts)");
+      app.add_flag("--json", o->json, "Print the report as one JSON object");
       app.footer(
           "Every track is read and checked: its home address and record zero must name\n"
           "the track, the records must fit the record area and share one cylinder and\n"
           "head, and a versioned track's saved copy must link back to it. Each finding\n"
-          "is printed with its track address and code, then a summary by code.\n"
-          "Without --repair the volume is opened read-only and never changed. With it,\n"
-          "the volume is opened read-write (which also makes a pending version active)\n"
-          "and each damaged track is mended in place, bypassing versioning: a wrong home\n"
-          "address or record zero gives an empty track, records past the end or with bad\n"
-          "count fields are dropped, a broken version link is cleared.\n"
-          "A versioned track whose saved copy cannot be read also prints the line\n"
-          "\"This is it;; ofs = N\" (N: the track's file offset) on standard output.\n"
+          "is printed with its track address and code, then a summary by code. A file\n"
+          "shorter or longer than its header says is reported with both sizes.\n"
+          "Without --repair the volume is opened read-only and never changed.\n"
+          "Repair mends as a person would: a home address or record zero that names\n"
+          "another track while the records name this one is rewritten from the slot\n"
+          "position; a count field whose address differs from the other records' gets\n"
+          "theirs; a record that runs past the record area ends the track there, the\n"
+          "records before it stay; a broken version link is cleared. Only a track that\n"
+          "cannot be mended so is rewritten empty. --dry-run and --repair list, per\n"
+          "track, the records kept and dropped. --repair then asks on a terminal\n"
+          "(without a terminal it needs --yes) and makes every repair under a track\n"
+          "version, enabling one when versioning is off: 'ckdvol version rollback FILE'\n"
+          "undoes the repair, 'ckdvol version commit FILE' keeps it. A volume whose\n"
+          "length disagrees with its header is not repaired.\n"
           "Progress is shown on standard error when it is a terminal.\n"
-          "Exit status: 0 all tracks sound, 3 findings (repaired or not), 1 the volume\n"
-          "cannot be opened.");
-      return [args] { return runVerify(args->file, args->repair); };
+          "Exit status: 0 all sound; 3 findings (repaired or not); 1 the volume cannot\n"
+          "be opened or a repair cannot be written; 2 a repair was not confirmed.");
+      return [o] {
+        if (o->yes && !o->repair) return failWith(kExitUsage, "verify: --yes goes with --repair");
+        return runVerify(*o);
+      };
     }});
 
 }  // namespace

@@ -16,10 +16,12 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/versioning.h"
 #include "command.h"
+#include "open_failure.h"
 #include "tool_util.h"
 
 namespace ckdvol_tool {
@@ -31,9 +33,8 @@ std::string copiesText(long long n) {
   return std::to_string(n) + (n == 1 ? " saved copy" : " saved copies");
 }
 
-std::string openFailure(const F& f, int rc) {
-  const std::string cause = rc == F::kOpenCannotOpen ? std::strerror(errno) : f.errorText;
-  return "not a usable volume (open result " + std::to_string(rc) + "): " + cause;
+std::string openFailure(const std::string& path, const F& f, int rc) {
+  return openFailureCause(path, rc, errno, f.errorText);
 }
 
 long long fileLength(const F& f) {
@@ -80,11 +81,11 @@ int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
   if (int status = lock.acquire(path, true)) return status;
   F peek;
   int rc = peek.open(path.c_str(), true);
-  if (rc < 0) return fail(path, openFailure(peek, rc));
+  if (rc < 0) return fail(path, openFailure(path, peek, rc));
   const int activeBefore = peek.activeVersion;
   peek.close();
   rc = f.open(path.c_str(), false);
-  if (rc < 0) return fail(path, openFailure(f, rc));
+  if (rc < 0) return fail(path, openFailure(path, f, rc));
   if (f.activeVersion != activeBefore) {
     std::printf("%s: opening it read-write made the pending version %d active\n", path.c_str(),
                 f.activeVersion);
@@ -92,16 +93,30 @@ int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
   return kExitOk;
 }
 
-int runStatus(const std::string& path) {
+int runStatus(const std::string& path, bool json) {
   VolumeLock lock;
   if (int status = lock.acquire(path, false)) return status;
   F f;
   const int rc = f.open(path.c_str(), true);
-  if (rc < 0) return fail(path, openFailure(f, rc));
+  if (rc < 0) return fail(path, openFailure(path, f, rc));
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
   if (q < 0) return fail(path, queryFailure(q));
   const long long area = copyAreaSlots(f);
+  if (json) {
+    nlohmann::ordered_json j = {
+        {"file", path},
+        {"versioning", f.activeVersion == 0 ? "off" : "active"},
+        {"activeVersion", f.activeVersion},
+        {"latestVersion", f.latestVersion},
+        {"pendingVersion", q == ckdvol::kQueryPending ? nlohmann::ordered_json(f.latestVersion) : nlohmann::ordered_json()},
+        {"savedCopies", copies},
+        {"copyAreaSlots", area},
+        {"copyAreaBytes", area * static_cast<long long>(f.trackSlotSize)},
+    };
+    std::printf("%s\n", j.dump(2).c_str());
+    return kExitOk;
+  }
   std::printf("%s:\n", path.c_str());
   if (f.activeVersion == 0) {
     std::printf("  versioning:        off (active version 0)\n");
@@ -154,6 +169,10 @@ int runDisable(const std::string& path) {
   F f;
   if (int status = openForUpdate(f, lock, path)) return status;
   const int active = f.activeVersion;
+  if (active == 0 && f.latestVersion == 0) {
+    std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
+    return kExitOk;
+  }
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
   switch (const int rc = f.disableVersion()) {
@@ -173,7 +192,10 @@ int runDisable(const std::string& path) {
       return fail(path, "version " + std::to_string(f.latestVersion) +
                             " is enabled but not yet active; open the volume read-write first");
     case ckdvol::kDisableNotActive:
-      if (active == 0) return fail(path, "versioning is not active: there is no version to disable");
+      if (active == 0) {
+        std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
+        return kExitOk;
+      }
       return fail(path, "cannot write the volume header: " + std::string(std::strerror(errno)));
     case ckdvol::kDisableHeaderRead:
       return fail(path, "cannot read the volume header, or it is no longer a usable volume");
@@ -200,7 +222,9 @@ std::string doVersionFailure(const F& f, int rc) {
              "); an interrupted commit or rollback leaves its processed copies behind like this: "
              "run the same action again with --resume";
     case ckdvol::kDoVersionTrackMismatch:
-      return "a saved copy and its track, " + at + ", name different tracks in their home addresses";
+      return "a saved copy and its track, " + at + ", name different tracks in their home addresses (a "
+             "track whose home address 'verify --repair' mended looks like this until the version is "
+             "committed or rolled back)";
     case ckdvol::kDoVersionHomeWrite:
       return "cannot write the track at " + std::to_string(f.lastReadOffset) + ": " + std::strerror(errno);
     case ckdvol::kDoVersionSync:
@@ -297,6 +321,83 @@ int cutProcessedCopies(F& f, const std::string& path, int operation, long long& 
   return kExitOk;
 }
 
+// The versions under which the tracks of the copies a commit or rollback
+// of the active version processes were changed: each home slot's trailer
+// carries the version it was written under. "version 1", "versions 1 to 2".
+std::string changedUnder(F& f) {
+  const unsigned int slot = f.trackSlotSize;
+  const long long dataEnd = f.getMaxOffset();
+  const long long size = fileLength(f);
+  int low = 0, high = 0;
+  std::vector<unsigned char> copy(slot), home(slot);
+  for (long long p = size - slot; dataEnd >= 0 && p >= dataEnd; p -= slot) {
+    if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) break;
+    const unsigned char* t = ckdvol::trailerOf(copy.data(), slot);
+    if (!ckdvol::trailerHasMarker(t) || ckdvol::trailerVersion(t) + 1 > f.activeVersion) break;
+    const unsigned long long h = ckdvol::trailerLink(t);
+    if (h == 0 || f.readRawTrack(h, home.data()) != 0) continue;
+    const unsigned char* ht = ckdvol::trailerOf(home.data(), slot);
+    if (!ckdvol::trailerHasMarker(ht)) continue;
+    const int v = ckdvol::trailerVersion(ht);
+    if (low == 0 || v < low) low = v;
+    if (v > high) high = v;
+  }
+  if (low == 0) return "version " + std::to_string(f.activeVersion);
+  if (low == high) return "version " + std::to_string(low);
+  return "versions " + std::to_string(low) + " to " + std::to_string(high);
+}
+
+// True when the home address in `slot` names the track whose slot lies at
+// file offset `home` (any cell).
+bool namesOwnSlot(const F& f, const unsigned char* slot, unsigned long long home) {
+  const unsigned char* p = slot;
+  unsigned char flag;
+  unsigned int cyl, head;
+  f.getHA(p, flag, cyl, head);
+  for (unsigned short cell = 0; cell < f.cellCount; ++cell) {
+    if (f.getOffset(cyl, static_cast<unsigned short>(head), cell, true) == static_cast<long long>(home)) return true;
+  }
+  return false;
+}
+
+// 'verify --repair' mends home addresses that name another track. The saved
+// copy then keeps the damaged address while the track names itself, and
+// doVersion refuses such a pair (-10: copy and track name different tracks).
+// For those pairs only (the track links back to the copy, and the track's
+// home address names its own slot), the address the operation throws away
+// is made to agree first: rollback puts the copy's address on the track it
+// is about to overwrite, commit the track's address on the copy it is about
+// to cut off. Returns how many pairs were aligned, or -1 when a slot could
+// not be read or written (nothing else changed).
+long long alignRepairCopies(F& f, int operation) {
+  const unsigned int slot = f.trackSlotSize;
+  const long long dataEnd = f.getMaxOffset();
+  const long long size = fileLength(f);
+  long long aligned = 0;
+  std::vector<unsigned char> copy(slot), home(slot);
+  for (long long p = size - slot; dataEnd >= 0 && p >= dataEnd; p -= slot) {
+    if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) return -1;
+    const unsigned char* t = ckdvol::trailerOf(copy.data(), slot);
+    if (!ckdvol::trailerHasMarker(t) || ckdvol::trailerVersion(t) + 1 > f.activeVersion) break;
+    const unsigned long long h = ckdvol::trailerLink(t);
+    if (h == 0) continue;
+    if (f.readRawTrack(h, home.data()) != 0) return -1;
+    const unsigned char* ht = ckdvol::trailerOf(home.data(), slot);
+    if (!ckdvol::trailerHasMarker(ht) || ckdvol::trailerLink(ht) != static_cast<unsigned long long>(p)) continue;
+    if (std::memcmp(copy.data(), home.data(), ckdvol::kHomeAddressSize) == 0) continue;
+    if (!namesOwnSlot(f, home.data(), h) || namesOwnSlot(f, copy.data(), h)) continue;
+    if (operation == ckdvol::kVersionRollback) {
+      std::memcpy(home.data(), copy.data(), ckdvol::kHomeAddressSize);
+      if (f.writeRawTrack(h, home.data()) != 0) return -1;
+    } else {
+      std::memcpy(copy.data(), home.data(), ckdvol::kHomeAddressSize);
+      if (f.writeRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) return -1;
+    }
+    ++aligned;
+  }
+  return aligned;
+}
+
 int runDoVersion(const std::string& path, int operation, bool resume) {
   VolumeLock lock;
   F f;
@@ -315,6 +416,12 @@ int runDoVersion(const std::string& path, int operation, bool resume) {
     std::printf("%s: resuming: %s already processed by the interrupted run cut off the file\n",
                 path.c_str(), copiesText(cut).c_str());
   }
+  const std::string under = operation == ckdvol::kVersionVerify ? "" : changedUnder(f);
+  if (operation != ckdvol::kVersionVerify && alignRepairCopies(f, operation) < 0) {
+    return fail(path, std::string("cannot prepare the saved copies of repaired home addresses: ") +
+                          std::strerror(errno) + "; nothing was " +
+                          (operation == ckdvol::kVersionCommit ? "committed" : "rolled back"));
+  }
   const int rc = f.doVersion(-1, operation);
   if (rc < 0) {
     std::string done = operation == ckdvol::kVersionVerify
@@ -329,7 +436,7 @@ int runDoVersion(const std::string& path, int operation, bool resume) {
     std::printf("%s: %s of version %d verified: each links to its track and back; nothing changed\n",
                 path.c_str(), copiesText(rc).c_str(), f.activeVersion);
   } else {
-    std::printf("%s: version %d %s: %s %s\n", path.c_str(), f.activeVersion,
+    std::printf("%s: %s %s: %s %s\n", path.c_str(), rc == 0 ? ("version " + std::to_string(f.activeVersion)).c_str() : under.c_str(),
                 operation == ckdvol::kVersionCommit ? "committed" : "rolled back", copiesText(rc).c_str(),
                 operation == ckdvol::kVersionCommit ? "dropped, the tracks keep their new contents"
                                                     : "written back over their tracks");
@@ -351,6 +458,7 @@ const CommandRegistration kRegistration(Command{
         std::string action;
         std::string file;
         bool resume = false;
+        bool json = false;
       };
       auto args = std::make_shared<Args>();
       app.add_option("ACTION", args->action, "status, enable, disable, commit, rollback or verify")
@@ -360,6 +468,7 @@ const CommandRegistration kRegistration(Command{
       app.add_flag("--resume", args->resume,
                    "commit/rollback: finish a run that was interrupted (cuts off the copies it had\n"
                    "already processed, after checking each one's track holds what that run writes)");
+      app.add_flag("--json", args->json, "status: print the state as one JSON object");
       app.footer(
           "While a version is active, the first change of a track saves its former image\n"
           "behind the last track of the file. Actions:\n"
@@ -372,13 +481,15 @@ const CommandRegistration kRegistration(Command{
           "  rollback  put the saved copies back over their tracks and drop them\n"
           "  verify    check that every saved copy and its track link to each other\n"
           "All actions but status open the volume read-write, which makes a pending\n"
-          "version active. Exit status 0 on success, 1 with a message naming the file\n"
-          "and the cause otherwise. A commit or rollback that was interrupted (power\n"
+          "version active. Commit, rollback and disable on a volume without versioning\n"
+          "have nothing to do and succeed. Exit status 0 on success, 1 with a message\n"
+          "naming the file and the cause otherwise. A commit or rollback that was interrupted (power\n"
           "loss, kill) stops at the first copy it had processed; run it again with\n"
           "--resume to finish it.");
       return [args]() -> int {
         const std::string& a = args->action;
-        if (a == "status") return runStatus(args->file);
+        if (args->json && a != "status") return failWith(kExitUsage, "--json goes with status");
+        if (a == "status") return runStatus(args->file, args->json);
         if (a == "enable") return runEnable(args->file);
         if (a == "disable") return runDisable(args->file);
         const bool resume = args->resume;

@@ -7,10 +7,25 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 
 #include "command.h"
 
 namespace ckdvol_tool {
+namespace {
+
+constexpr long kNoWait = 0;
+constexpr long kWaitForever = -1;
+long gLockWaitSeconds = kNoWait;
+
+double monotonicNow() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
+}
+
+}  // namespace
 
 int fail(const std::string& file, const std::string& cause) {
   std::fprintf(stderr, "ckdvol: %s: %s\n", file.c_str(), cause.c_str());
@@ -24,6 +39,50 @@ int failWith(int status, const std::string& text) {
 
 bool stderrIsTerminal() { return ::isatty(STDERR_FILENO) == 1; }
 
+bool stdinIsTerminal() { return ::isatty(STDIN_FILENO) == 1; }
+
+std::string count(unsigned long long n, const std::string& noun) {
+  return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
+}
+
+std::string d200GeometryText() {
+  return std::to_string(kD200Cells) + " cells x " + std::to_string(kD200CylindersPerCell) + " cylinders x " +
+         std::to_string(kD200HeadsPerCylinder) + " heads (" + std::to_string(kD200Tracks) +
+         " tracks; cylinder 0000-1309 and head 0000-0413 in hexadecimal, each byte a coordinate)";
+}
+
+int setLockWait(const std::string& text) {
+  if (text == "forever") {
+    gLockWaitSeconds = kWaitForever;
+    return kExitOk;
+  }
+  char* end = nullptr;
+  errno = 0;
+  const long seconds = std::strtol(text.c_str(), &end, 10);
+  if (text.empty() || *end != '\0' || errno != 0 || seconds < 0) {
+    return failWith(kExitUsage, "--wait takes a number of seconds (--wait=30), or nothing to wait as "
+                                "long as it takes; '" + text + "' is neither");
+  }
+  gLockWaitSeconds = seconds;
+  return kExitOk;
+}
+
+StdoutSilencer::StdoutSilencer() {
+  std::fflush(stdout);
+  const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (null < 0) return;
+  saved_ = ::dup(STDOUT_FILENO);
+  if (saved_ >= 0) ::dup2(null, STDOUT_FILENO);
+  ::close(null);
+}
+
+StdoutSilencer::~StdoutSilencer() {
+  std::fflush(stdout);
+  if (saved_ < 0) return;
+  ::dup2(saved_, STDOUT_FILENO);
+  ::close(saved_);
+}
+
 VolumeLock::~VolumeLock() {
   if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
@@ -32,13 +91,37 @@ int VolumeLock::acquire(const std::string& path, bool exclusive) {
   if (fd_ >= 0) return kExitOk;
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return kExitOk;
-  if (::flock(fd, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
+  const int mode = exclusive ? LOCK_EX : LOCK_SH;
+  int rc = ::flock(fd, mode | LOCK_NB);
+  if (rc != 0 && errno == EWOULDBLOCK && gLockWaitSeconds != kNoWait) {
+    if (stderrIsTerminal()) {
+      std::fprintf(stderr, "ckdvol: %s: waiting for another ckdvol to finish with this volume...\n",
+                   path.c_str());
+    }
+    if (gLockWaitSeconds == kWaitForever) {
+      do {
+        rc = ::flock(fd, mode);
+      } while (rc != 0 && errno == EINTR);
+    } else {
+      const double deadline = monotonicNow() + static_cast<double>(gLockWaitSeconds);
+      const timespec step = {0, 100 * 1000 * 1000};
+      do {
+        ::nanosleep(&step, nullptr);
+        rc = ::flock(fd, mode | LOCK_NB);
+      } while (rc != 0 && errno == EWOULDBLOCK && monotonicNow() < deadline);
+    }
+  }
+  if (rc != 0) {
     const int err = errno;
     ::close(fd);
     if (err == EWOULDBLOCK) {
+      const std::string waited =
+          gLockWaitSeconds > 0 ? "after waiting " + count(static_cast<unsigned long long>(gLockWaitSeconds), "second")
+                               : std::string("");
       return fail(path, std::string("another ckdvol is ") + (exclusive ? "using" : "changing") +
-                            " this volume (it holds a lock on the file); nothing was done, try again "
-                            "when it has finished");
+                            " this volume (it holds a lock on the file" +
+                            (waited.empty() ? "" : "; still held " + waited) +
+                            "); nothing was done: try again when it has finished, or add --wait[=SECONDS]");
     }
     return kExitOk;  // a file system without flock: go on unlocked
   }

@@ -13,6 +13,40 @@ int fail(const std::string& file, const std::string& cause);
 int failWith(int status, const std::string& text);
 // True when standard error is a terminal (progress bars go there).
 bool stderrIsTerminal();
+// True when standard input is a terminal (questions are asked there).
+bool stdinIsTerminal();
+// "1 cylinder", "2 cylinders": `n` and the noun, with an "s" unless n is 1.
+std::string count(unsigned long long n, const std::string& noun);
+
+// D200 tracks are addressed by cell (0-9), cylinder (two bytes, 0-19 and
+// 0-9) and head (two bytes, 0-4 and 0-19): 10 cells of 200 cylinders of 100
+// heads, 200000 tracks, whatever cylinder count the header or open() gives.
+constexpr unsigned kD200Cells = 10;
+constexpr unsigned kD200CylindersPerCell = 200;
+constexpr unsigned kD200HeadsPerCylinder = 100;
+constexpr unsigned long long kD200Tracks = 200000;
+// "10 cells x 200 cylinders x 100 heads (200000 tracks; cylinder 0000-1309,
+// head 0000-0413 in hexadecimal)": D200's geometry as every command shows it.
+std::string d200GeometryText();
+
+// How long VolumeLock::acquire waits for a conflicting lock: "forever" or a
+// number of seconds. 0, or kExitUsage after a message for any other text.
+// Without a call, a conflicting lock is refused at once.
+int setLockWait(const std::string& text);
+
+// Sends whatever is written to standard output while it lives to
+// /dev/null (flushing before and after): for library calls that print
+// diagnostics of their own where a command's output must stay clean.
+class StdoutSilencer {
+ public:
+  StdoutSilencer();
+  ~StdoutSilencer();
+  StdoutSilencer(const StdoutSilencer&) = delete;
+  StdoutSilencer& operator=(const StdoutSilencer&) = delete;
+
+ private:
+  int saved_ = -1;
+};
 
 // An advisory lock (flock) on a volume file, held for the life of the
 // object. Commands that change a volume take it exclusive; read-only
@@ -26,8 +60,9 @@ class VolumeLock {
   VolumeLock& operator=(const VolumeLock&) = delete;
 
   // 0, or kExitFailure after a message naming the file when another process
-  // holds a conflicting lock. A file that cannot be opened is not locked and
-  // gives 0: the command's own open then reports why.
+  // holds a conflicting lock (at once, or after the time --wait allows). A
+  // file that cannot be opened is not locked and gives 0: the command's own
+  // open then reports why.
   int acquire(const std::string& path, bool exclusive);
 
  private:

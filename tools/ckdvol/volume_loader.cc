@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "command.h"
+#include "open_failure.h"
 #include "tool_util.h"
 
 namespace ckdvol_tool {
@@ -54,10 +55,7 @@ std::string vtocCause(int reason, const DiskLabel& label) {
 int loadVolume(const std::string& path, bool withVtoc, LoadedVolume& v) {
   if (int status = v.lock.acquire(path, false)) return status;
   const int rc = v.file.open(path.c_str(), true);
-  if (rc < 0) {
-    const std::string cause = rc == EmulatedCKDfile::kOpenCannotOpen ? std::strerror(errno) : v.file.errorText;
-    return fail(path, "not a usable volume (open result " + std::to_string(rc) + "): " + cause);
-  }
+  if (rc < 0) return openFailed(path, rc, errno, v.file.errorText);
   // The handle borrows the file; its close() leaves the file to us.
   v.volume.file = &v.file;
   v.volume.ownsFile = false;
