@@ -81,6 +81,21 @@ cp ds.ckd nof4.ckd; poke nof4.ckd $((512 + 240)) 02                   # label: V
 dataset d300.ckd 13312 "C1$(printf '40%.0s' {1..43})F1" 01 "02 00 C0 00 17 70 00 00" "01 00 00 00 00 02 00 01 00 03"
 [ -x "$GEN" ] && "$GEN" pds.ckd && "$GEN" p300.ckd d300 || { echo "FAIL: CKDVOL_MAKE_TEST_PDS is not the generator"; exit 1; }
 cp pds.ckd pds0.ckd
+# files that are not (whole) volumes, and volumes made sparse
+mkdir dir.ckd; : >empty.ckd
+head -c 100 v2.ckd >t100.ckd; head -c 512 v2.ckd >t512.ckd; head -c 1512 v2.ckd >tmid.ckd
+"$TOOL" create t5of20.ckd D600 --cylinders 20 --no-format --sparse >/dev/null
+truncate -s $((512 + 5 * 15 * SLOT)) t5of20.ckd                       # 5 of its 20 cylinders
+printf 'CKD_P370\x0f\0\0\0\0\xde\0\0\x90' >herc.ckd; truncate -s $((512 + 15 * SLOT)) herc.ckd
+printf 'CKD_C370\x0f\0\0\0\0\xde\0\0\x90' >cckd.ckd; truncate -s 4096 cckd.ckd
+head -c 512 v2.ckd >init.ckd; poke init.ckd 0 "43 4B 44 5F 49 4E 49 54"    # "CKD_INIT": creation killed
+cp v2.ckd locked.ckd; chmod 600 locked.ckd
+# D200 by hand, its 200000 tracks as holes: heads 20, slot 2560, code A4, level 3, 5 cylinders
+printf 'CKD_XVOL\x14\0\0\0\0\x0a\0\0\xa4\x03\x05\0\0\0\x05\0\0\0' >d200.ckd
+truncate -s $((512 + 200000 * 2560)) d200.ckd
+"$TOOL" create sparse0.ckd D600-1 --cylinders 1 --no-format --sparse >/dev/null
+ok "a sparse --no-format volume holds the bytes of a plain one" cmp -s sparse0.ckd bare.ckd
+ok "the sparse volume takes a tenth of the room or less" [ $(($(du -k sparse0.ckd | cut -f1) * 10)) -le "$(du -k bare.ckd | cut -f1)" ]
 printf 'one\ntwo\n' >two; printf 'a\n%081d\nc\n' 0 >long; head -c 200 /dev/zero >raw200
 printf 'x\ny\nz\n' >xyz; printf 'first line\n\nthird   \n' >three; head -c 240 /dev/zero | tr '\0' '\302' >raw240  # EBCDIC B
 rows <<'EOF'
@@ -89,7 +104,7 @@ new | create $V D600 --cylinders 2 | 0 | out | created $V: D600-1, 2 cylinders x
 new | create $V D600 --cylinders 1 | 1 | err | ckdvol: $V: the file already exists
 d130 | create $V D130-2 --no-format | 0 | out | D130, 400 cylinders x 10 heads
 x | create $V Z999 | 2 | err | Z999
-y | create $V D500 --cylinders 70000 | 1 | err | only for device type D600
+y | create $V D500 --cylinders 70000 | 2 | err | only D600 goes beyond | err | =0 $V
 z | create $V D600 --cylinders 0 | 2 | out | =0
 w | create $V D600-999999 | 2 | out | =0
 # track: IPL1, IPL2, VOL1 (serial 0X0123) and fillers on 0/0, the VTOC on 0/1
@@ -99,23 +114,23 @@ v2 | track $V 0 0 | 0 | out | E5 D6 D3 F1 F0 E7 F0 F1  F2 F3 40 00 00 00 01 01  
 v2 | track $V 0 0 | 0 | out | R12 at offset 33137: CC 0 HH 0 R 12 KL 0 DL 4096 | out | End marker at offset 37241
 v2 | track $V 0 1 | 0 | out | R1 at offset 21: CC 0 HH 1 R 1 KL 44 DL 96 | out | End marker at offset 1797
 v2 | track $V 1 14 | 0 | out | End marker at offset 49269
-v2 | track $V 2 0 | 1 | err | track 2/0 cell 0 is not on the volume (2 cylinders of 15 heads)
+v2 | track $V 2 0 | 2 | err | track 2/0 cell 0 is not on the volume (2 cylinders of 15 heads)
 bare | track $V 0 0 | 0 | out | End marker at offset 21 | out | =0 ~^R[1-9]
 # dscb
 v2 | dscb $V 0 1 1 | 0 | out | ~^Format 4 DSCB at 0/1/1 \(000000/01/01\) --$ | out | ~^ {16}040404040404040404040404$ | out | NbrCyls: 2,    Trks/Cyl: 15,
 v2 | dscb $V 0 1 2 | 0 | out | Format 5 DSCB at 0/1/2 (000000/01/02) -- | out | =17 | out | ~^NxtF5dscb: 0000 0000 00$
 v2 | dscb $V 0 1 200 | 1 | err | no record 0/1/200
 v2 | dscb $V 0 0 3 | 1 | err | is not a DSCB
-v2 | dscb $V 5 0 1 | 1 | err | not on the volume
+v2 | dscb $V 5 0 1 | 2 | err | not on the volume
 absent | dscb $V 0 1 1 | 1 | err | $V
 # types and info
 - | types | 0 | out | =11 ~^D[0-9]{3}  | out | ~^D600 +0xAA +1113 +15 +56832 +56664 +1$ | out | ~^D200 +0xA4 +5 +20 +2560 +2000 +10$
 - | types --json | 0 | out | =11 "type": | out | "slotBytes": 4096
-absent | info $V | 1 | err | ~$V: .*-1.*No such file or directory | out | =0
-text | info $V | 1 | err | ~$V: .*-2.*Unable to read file
-half | info $V | 1 | err | -8 | err | File size is not a track size multiple
+absent | info $V | 1 | err | $V: No such file or directory | err | =1 | out | =0
+text | info $V | 1 | err | $V: a text file, not a volume
+half | info $V | 1 | err | $V: the file holds 37 tracks, not a whole number of cylinders of 15 tracks
 v2 | info $V | 0 | out | ~^device type: +D600-1$ | out | ~^cylinders: +2$ | out | ~^format level: +3$
-v2 | info $V | 0 | out | 15 heads, 1 cell(s), 30 tracks of 56832 bytes | out | active 0, latest 0, 0 saved copies
+v2 | info $V | 0 | out | 15 heads, 1 cell, 30 tracks of 56832 bytes | out | active 0, latest 0, 0 saved copies
 v2 | info --json $V | 0 | out | "cylinders": 2, | out | "deviceType": "D600" | out | "readOnly": true | out | "magic": "CKD_XVOL"
 short | info $V | 0 | out | ~cylinders: +2 \(corrected from the file size; header says 3\)
 old | info $V | 0 | out | asks for an update
@@ -154,7 +169,7 @@ bare | ls $V | 1 | err | =1 | err | ~^ckdvol: $V: no volume label | out | =0
 novtoc | vtoc $V | 1 | err | =1 | err | ckdvol: $V: the label puts the VTOC at 0/1/99, but there is no such record: the volume has no VTOC
 novtoc | label $V | 0 | out | Serial: 0X0123
 nof4 | ls $V | 1 | err | that record is not a Format-4 DSCB
-absent | vtoc $V | 1 | err | ~^ckdvol: $V: not a usable volume
+absent | vtoc $V | 1 | err | ~^ckdvol: $V: No such file or directory$
 # pds: list, read, refusals naming file and cause (the replaces below must change nothing)
 pds | pds list $V TEST.PDS | 0 | out | =5 | out | ~^MEMBER    TTR     USERDATA$ | out | ~^ALPHA     000003  4$ | out | ~^FAR       0190
 pds | pds read $V TEST.PDS alpha | 0 | out | =3 | out | ~^ALPHA 0$ | out | ~^ALPHA 2$
@@ -174,13 +189,71 @@ pds | pds replace $V TEST.PDS ALPHA raw200 --raw | 1 | err | 200 bytes, not a wh
 pds | pds replace $V TEST.PDS FAR two | 1 | err | member FAR of data set TEST.PDS
 # version and verify: refusals and activation of a pending version
 ver | version status $V | 0 | out | versioning:        off
-ver | version disable $V | 1 | err | $V: versioning is not active
+ver | version disable $V | 0 | out | $V: versioning is not active: nothing to disable
 ver | version enable $V | 0 | out | version 1 enabled; it takes effect at the next read-write open
 ver | version status $V | 0 | out | pending:           version 1 is enabled
-text | version status $V | 1 | err | $V: not a usable volume (open result -2)
-absent | verify $V | 1 | err | $V: not a usable volume (open result -1)
+text | version status $V | 1 | err | $V: a text file, not a volume
+absent | verify $V | 1 | err | $V: No such file or directory
 ver | version verify $V --resume | 2 | out | =0
 EOF
+# ---- refusals: exit status 2 for bad arguments, 1 naming the file and the cause ----
+"$TOOL" >/dev/null 2>noarg.err; noarg=$?
+ok "no command: exit 2, the cause on the first line" [ "$noarg $(head -n 1 noarg.err)" = "2 ckdvol: a command is required:" ]
+rows <<'EOF'
+- | bogus | 2 | err | ckdvol: 'bogus' is not a command | err | =1
+- | verfy $V | 2 | err | (did you mean 'verify'?)
+- | info | 2 | err | ~^ckdvol: info: FILE is required | err | =0 subcommand
+- | create $V D600 --cylinders abc | 2 | err | ~^ckdvol: create: .*abc
+- | create $V D600 --cylinders 2 --cylinders 3 | 2 | err | ~^ckdvol: create: --cylinders
+- | verify $V --yes | 2 | err | --yes goes with --repair
+- | version commit $V --json | 2 | err | --json goes with status
+- | version status $V --wait=soon | 2 | err | --wait takes a number of seconds
+new | create $V D600-60 | 2 | err | models go from 1 to 59 | err | =0 $V
+new | create $V D200 --cylinders 6 | 2 | err | D200 has one geometry
+new | create $W/no/dir.ckd D600 --cylinders 70000 | 1 | err | $W/no/dir.ckd: 70000 cylinders will be rounded up to 70119
+lower | create $V d600 --cylinders 1 --no-format | 0 | out | created $V: D600-1, 1 cylinder x 15 heads | err | =0
+dir | info $V | 1 | err | $V: a directory, not a volume file | err | =1
+dir | verify $V | 1 | err | $V: a directory, not a volume file
+dir | version rollback $V | 1 | err | $V: a directory, not a volume file
+empty | info $V | 1 | err | $V: 0 bytes: too short for a volume header (512 bytes)
+empty | track $V 0 0 | 1 | err | $V: 0 bytes: too short for a volume header (512 bytes)
+t100 | vtoc $V | 1 | err | $V: 100 bytes: too short for a volume header (512 bytes)
+tmid | info $V | 1 | err | $V: the file is 1512 bytes, not the 512-byte header plus whole tracks of 56832 bytes (1000 bytes of a track left over); its header says 2 cylinders of 15 tracks of 56832 bytes, 1705472 bytes: the file was cut short
+herc | info $V | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool: see ckdvol convert
+cckd | verify $V | 1 | err | $V: this is a Hercules compressed CKD image (CCKD) (header "CKD_C370")
+init | info $V | 1 | err | $V: creation of this volume never finished (its header still says CKD_INIT): delete it and create it again
+# a volume shorter than its header says is a finding, with both sizes; it is not repaired
+t512 | verify $V | 3 | out | $V: the file is 512 bytes but its header says 2 cylinders of 15 tracks, 1705472 bytes: it was cut short and holds 0 of its 2 cylinders
+t5of20 | verify $V | 3 | out | it was cut short and holds 5 of its 20 cylinders (12787200 bytes missing) | out | 75 tracks verified, 75 sound
+t5of20 | verify --json $V | 3 | out | "headerSize": 17050112 | out | "sizeFinding": "the file is 4262912 bytes
+t5of20 | info $V | 0 | out | ~^file size: +the file is 4262912 bytes
+# D200 as it is addressed, in every command
+d200 | info $V | 0 | out | 10 cells x 200 cylinders x 100 heads | out | =0 corrected
+d200 | info --json $V | 0 | out | "cylinders": 200, | out | "tracksPerCylinder": 100, | out | "cylindersCorrected": false
+d200 | track $V 9 0 | 0 | out | Track 0009/0000 cell 0: slot at file offset 2304512
+d200 | track $V 0x1309 0x0413 --cell 9 | 0 | out | Track 1309/0413 cell 9: slot at file offset 511997952
+d200 | track $V 0x1400 0 | 2 | err | is not on the volume (10 cells x 200 cylinders x 100 heads
+# sparse volumes read like any other
+sparse | create $V D600 --cylinders 3 --sparse | 0 | out | labelled with an empty VTOC, sparse:
+sparse | verify $V | 0 | out | 45 tracks verified, 45 sound
+sparse | track $V 0 0 | 0 | out | |VOL10X0123 | out | End marker at offset 305
+sparse | track $V 2 14 | 0 | out | End marker at offset 21
+# reports as JSON
+v2 | version status $V --json | 0 | out | "versioning": "off" | out | "savedCopies": 0
+v2 | verify $V --json | 0 | out | "soundTracks": 30 | out | "findings": []
+EOF
+# no permission: root reads any file, so as root the row runs as nobody (setpriv)
+if [ "$(id -u)" -ne 0 ]; then
+  chmod 000 locked.ckd; row 'locked | info $V | 1 | err | $V: permission denied (mode 0000'
+elif command -v setpriv >/dev/null; then
+  chmod 711 "$W"; TOOL_SELF=$TOOL TOOL=$W/as-nobody
+  printf '#!/bin/sh\nexec setpriv --reuid=65534 --regid=65534 --clear-groups "%s" "$@"\n' "$TOOL_SELF" >"$TOOL"
+  chmod 755 "$TOOL"
+  row 'locked | info $V | 1 | err | $V: permission denied (mode 0600, owner uid 0)'
+  TOOL=$TOOL_SELF; chmod 700 "$W"
+else
+  echo "SKIP: no-permission row (running as root without setpriv)"
+fi
 # ---- create: the header bytes, and an interrupted run ----
 #   magic | heads 15 | slot 56832 | code AA | level 3 | cylinders 2, 2 (little-endian)
 ok "create: header bytes, 30 slots" [ "$(peek new.ckd 0 26) $(size new.ckd)" = \
@@ -257,10 +330,15 @@ ver | verify \$V | 3 | out | cyl     1 head  2: code 2: the home address names a
 ver | verify \$V | 3 | out | 30 tracks verified, 27 sound, 3 with findings | out | ~^  code 7: 1 track:
 EOF
 ok "verify alone changes nothing" [ "$(peek ver.ckd $((512 + 17 * SLOT + 3)) 2)" = 0009 ]
-row 'ver | verify $V --repair | 3 | out | version link cleared | out | rewritten as an empty track'
-row 'ver | verify $V | 0 | out | 30 tracks verified, 30 sound, 0 with findings'
+rows <<'EOF'
+ver | verify $V --repair | 2 | err | add --yes
+ver | verify $V --repair --yes | 3 | out | version link cleared; 0 records kept | out | record zero rewritten from the slot position | out | 3 tracks repaired under track version 1
+ver | verify $V | 0 | out | 30 tracks verified, 30 sound, 0 with findings
+EOF
 ok "repair kept the change, rewrote the home address" \
   [ "$(peek ver.ckd $((home3 + 13)) 1) $(peek ver.ckd $((512 + 17 * SLOT)) 13)" = "5b 00000100020001000200000008" ]
+row 'ver | version commit $V | 0 | out | version 1 committed: 3 saved copies dropped'
+ok "the repair's copies are gone" [ "$(size ver.ckd)" -eq $end ]
 # An interrupted commit: the newest copy was processed (its track got the
 # copy's zero trailer), the file not yet cut. Commit stops; --resume finishes.
 change $home3 6b; change $home4 7c; poke ver.ckd $((home4 + SLOT - 16)) "$(printf '0%.0s' {1..32})"
@@ -283,7 +361,11 @@ rows <<'EOF'
 lock | info $V | 1 | err | $V: another ckdvol is changing this volume
 lock | vtoc $V | 1 | err | $V: another ckdvol
 lock | version enable $V | 1 | err | $V: another ckdvol
+lock | info $V --wait=1 | 1 | err | still held after waiting 1 second
 EOF
+(sleep 1; flock -u 9) &
+row 'lock | info $V --wait=30 | 0 | out | active 0, latest 0'
+wait
 flock -u 9; flock -s 9
 rows <<'EOF'
 lock | info $V | 0 | out | active 0, latest 0
