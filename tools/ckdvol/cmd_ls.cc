@@ -1,12 +1,13 @@
-// ckdvol ls: one line per data set of a volume's VTOC.
+// ckdvol ls: the data sets of one or more volumes, one line each.
 //
-//   ckdvol ls FILE [--json]
+//   ckdvol ls FILE... [--json]
 //
-// For every Format-1 and Format-8 DSCB: the name, the format, DSORG, RECFM,
-// LRECL, BLKSIZE, the number of tracks and each extent's first and last
-// cylinder/head. The DSCB accessors count tracks as cylinder * 15 + head
-// whatever the device; this listing counts them with the volume's own heads
-// per cylinder. The volume is opened read-only.
+// The VTOC is read by the data-set layer: every track of the VTOC's own
+// extent, with the device's real heads per cylinder. For every Format-1 and
+// Format-8 DSCB: the name, the format, DSORG, RECFM, LRECL, BLKSIZE, key
+// length, the dates, tracks allocated and used, and each extent's first and
+// last cylinder/head. Volumes are opened read-only.
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -16,194 +17,160 @@
 #include <nlohmann/json.hpp>
 
 #include "command.h"
-#include "common/data_translator.h"
-#include "dscb/generic_dscb.h"
+#include "data_sets.h"
 #include "tool_util.h"
-#include "volume_loader.h"
 
 namespace ckdvol_tool {
 namespace {
 
-struct Extent {
-  int loCyl, loHead, hiCyl, hiHead;
-  long long tracks;  // with the volume's heads per cylinder
-};
+using ckdvol::DataSetInfo;
+using Json = nlohmann::ordered_json;
 
-struct DataSet {
-  std::string name;
-  int format;  // 1 or 8
-  unsigned dsorg, recfm, lrecl, blksize;
-  int nbrExts;                  // extents the DSCB claims
-  std::vector<Extent> extents;  // those found (in the DSCB and its chained Format-3 DSCBs)
-  long long tracks;
-};
-
-// The data set name: the 44-byte key in ASCII without trailing blanks.
-std::string dataSetName(const GenericDSCB& d) {
-  char name[GenericDSCB::kKeyLength + 1];
-  DataTranslator(DataTranslator::XLATE_EBCDIC_ASCII).copyE2A(name, d.dscb, GenericDSCB::kKeyLength);
-  name[GenericDSCB::kKeyLength] = '\0';
-  std::string s(name);  // a NUL inside the key ends the name
-  while (!s.empty() && s.back() == ' ') s.pop_back();
-  return s;
-}
-
-// DSORG's usual abbreviation: the organisation bits of the first byte
-// (IS 80, PS 40, DA 20, CX 10, PO 02), U (01) for unmovable, VS for VSAM
-// (second byte 08); "-" when none is set.
-std::string dsorgText(unsigned dsorg) {
-  static const struct {
-    unsigned bit;
-    const char* text;
-  } kOrgs[] = {{0x8000, "IS"}, {0x4000, "PS"}, {0x2000, "DA"}, {0x1000, "CX"}, {0x0200, "PO"}, {0x0008, "VS"}};
-  std::string s;
-  for (const auto& o : kOrgs) {
-    if (dsorg & o.bit) {
-      s = o.text;
-      break;
-    }
-  }
-  if (s.empty()) s = "-";
-  if (dsorg & 0x0100) s += "U";
-  return s;
-}
-
-// RECFM letters: F (80), V (40), U (both); then B (10), S (08), T (20), A (04),
-// M (02); "-" when the byte is zero.
-std::string recfmText(unsigned recfm) {
-  if (recfm == 0) return "-";
-  std::string s;
-  switch (recfm & 0xC0) {
-    case 0xC0: s = "U"; break;
-    case 0x80: s = "F"; break;
-    case 0x40: s = "V"; break;
-    default: s = "?"; break;
-  }
-  if (recfm & 0x10) s += "B";
-  if (recfm & 0x08) s += "S";
-  if (recfm & 0x20) s += "T";
-  if (recfm & 0x04) s += "A";
-  if (recfm & 0x02) s += "M";
-  return s;
-}
-
-template <class Dscb>
-DataSet describe(const Dscb& d, int format, unsigned heads) {
-  DataSet ds;
-  ds.name = dataSetName(d);
-  ds.format = format;
-  ds.dsorg = d.getDSorg();
-  ds.recfm = d.getRecfm();
-  ds.lrecl = d.getLrecl();
-  ds.blksize = d.getBlkSize();
-  ds.nbrExts = d.nbrExts;
-  ds.tracks = 0;
-  for (int i = 0; i < d.nbrExts; ++i) {
-    Extent e;
-    int loTrk, hiTrk;
-    if (d.getExtent(i, e.loCyl, e.loHead, e.hiCyl, e.hiHead, loTrk, hiTrk) == 0) break;
-    e.tracks = (static_cast<long long>(e.hiCyl) * heads + e.hiHead) -
-               (static_cast<long long>(e.loCyl) * heads + e.loHead) + 1;
-    ds.tracks += e.tracks;
-    ds.extents.push_back(e);
-  }
-  return ds;
-}
-
-std::string cchh(int cyl, int head) { return std::to_string(cyl) + "/" + std::to_string(head); }
-
-int runLs(const std::string& path, bool json) {
-  LoadedVolume v;
-  int status = loadVolume(path, true, v);
-  if (status != kExitOk) return status;
-  const unsigned heads = v.file.tracksPerCylinder;
-  const DiskVtoc& vtoc = v.volume.vtoc;
-  std::vector<DataSet> sets;
-  for (int i = 0; i < vtoc.f1List.count; ++i) {
-    if (const Format1DSCB* d = vtoc.f1List[i]) sets.push_back(describe(*d, 1, heads));
-  }
-  for (int i = 0; i < vtoc.f8List.count; ++i) {
-    if (const Format8DSCB* d = vtoc.f8List[i]) sets.push_back(describe(*d, 8, heads));
-  }
+std::string deviceType(const EmulatedCKDfile& file) {
   char type[16];
-  std::snprintf(type, sizeof type, "%04X", static_cast<unsigned>(v.file.deviceType));
-  const std::string serial = volumeSerial(v.volume.label);
+  std::snprintf(type, sizeof type, "%04X", static_cast<unsigned>(file.deviceType));
+  return type;
+}
 
-  if (json) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const DataSet& ds : sets) {
-      nlohmann::ordered_json extents = nlohmann::ordered_json::array();
-      for (const Extent& e : ds.extents) {
-        extents.push_back({{"begin", {{"cylinder", e.loCyl}, {"head", e.loHead}}},
-                           {"end", {{"cylinder", e.hiCyl}, {"head", e.hiHead}}},
-                           {"tracks", e.tracks}});
-      }
-      list.push_back({{"name", ds.name},
-                      {"format", ds.format},
-                      {"dsorg", dsorgText(ds.dsorg)},
-                      {"dsorgValue", ds.dsorg},
-                      {"recfm", recfmText(ds.recfm)},
-                      {"recfmValue", ds.recfm},
-                      {"lrecl", ds.lrecl},
-                      {"blksize", ds.blksize},
-                      {"tracks", ds.tracks},
-                      {"extentCount", ds.nbrExts},
-                      {"extents", extents}});
-    }
-    nlohmann::ordered_json doc = {{"file", path},
-                                  {"serial", serial},
-                                  {"deviceType", type},
-                                  {"cylinders", v.file.cylinders},
-                                  {"tracksPerCylinder", heads},
-                                  {"dataSets", list}};
-    std::printf("%s\n", doc.dump(2).c_str());
-  } else {
-    size_t width = 4;
-    for (const DataSet& ds : sets) width = ds.name.size() > width ? ds.name.size() : width;
-    std::printf("Volume %s: %s, %u cylinders of %u tracks, %zu data set%s\n", serial.c_str(), type,
-                v.file.cylinders, heads, sets.size(), sets.size() == 1 ? "" : "s");
-    if (!sets.empty()) {
-      std::printf("%-*s  FMT  DSORG  RECFM  LRECL  BLKSIZE  TRACKS  EXTENTS\n", static_cast<int>(width),
-                  "NAME");
-    }
-    for (const DataSet& ds : sets) {
-      std::string extents;
-      for (const Extent& e : ds.extents) {
-        extents += (extents.empty() ? "" : " ") + cchh(e.loCyl, e.loHead) + "-" + cchh(e.hiCyl, e.hiHead);
-      }
-      if (static_cast<int>(ds.extents.size()) < ds.nbrExts) {
-        extents += " (" + std::to_string(ds.nbrExts - static_cast<int>(ds.extents.size())) +
-                   " more not found)";
-      }
-      std::printf("%-*s  F%d   %-5s  %-5s  %5u  %7u  %6lld  %s\n", static_cast<int>(width), ds.name.c_str(),
-                  ds.format, dsorgText(ds.dsorg).c_str(), recfmText(ds.recfm).c_str(), ds.lrecl, ds.blksize,
-                  ds.tracks, extents.c_str());
-    }
+std::string orDash(const std::string& s) { return s.empty() ? "-" : s; }
+
+// Percent of the allocated tracks in use, "-" when nothing is allocated.
+std::string usedPercent(const DataSetInfo& ds) {
+  if (ds.tracksAllocated == 0) return "-";
+  return std::to_string(static_cast<unsigned long long>(ds.tracksUsed) * 100 / ds.tracksAllocated) + "%";
+}
+
+std::string extentsText(const DataSetInfo& ds) {
+  std::string s;
+  for (const ckdvol::Extent& e : ds.extents) {
+    s += (s.empty() ? "" : " ") + cylHeadText(e.lowCyl, e.lowHead) + "-" + cylHeadText(e.highCyl, e.highHead);
   }
-  if (std::fflush(stdout) != 0) return fail(path, "cannot write the listing");
-  return kExitOk;
+  if (!ds.damage.empty()) s += (s.empty() ? "" : " ") + std::string("(damaged: see the note)");
+  return s;
+}
+
+Json dateJson(const ckdvol::YearDay& d) {
+  if (d.empty()) return nullptr;
+  return Json{{"julian", julianText(d)}, {"iso", isoText(d)}};
+}
+
+Json volumeJson(const ScannedVolume& v, std::vector<const DataSetInfo*>& sets) {
+  Json list = Json::array();
+  for (const DataSetInfo* ds : sets) {
+    Json extents = Json::array();
+    for (const ckdvol::Extent& e : ds->extents) {
+      extents.push_back({{"begin", {{"cylinder", e.lowCyl}, {"head", e.lowHead}}},
+                         {"end", {{"cylinder", e.highCyl}, {"head", e.highHead}}},
+                         {"tracks", ckdvol::extentTracks(e, v.vtoc.heads)}});
+    }
+    list.push_back({{"name", ds->name},
+                    {"format", ds->format},
+                    {"dscb", addressText(ds->address)},
+                    {"dsorg", dsorgText(ds->dsorg)},
+                    {"dsorgValue", ds->dsorg},
+                    {"recfm", recfmText(ds->recfm)},
+                    {"recfmValue", ds->recfm},
+                    {"lrecl", ds->lrecl},
+                    {"blksize", ds->blksize},
+                    {"keyLength", ds->keyLength},
+                    {"created", dateJson(ds->created)},
+                    {"referenced", dateJson(ds->referenced)},
+                    {"expires", dateJson(ds->expires)},
+                    {"tracks", ds->tracksAllocated},
+                    {"tracksUsed", ds->tracksUsed},
+                    {"usedFromPointer", ds->usedFromPointer},
+                    {"extentCount", ds->extentCount},
+                    {"extents", extents},
+                    {"damage", ds->damage.empty() ? Json(nullptr) : Json(ds->damage)}});
+  }
+  return Json{{"file", v.path},
+              {"serial", upperName(v.vtoc.volser)},
+              {"deviceType", deviceType(v.file)},
+              {"cylinders", v.vtoc.cylinders},
+              {"tracksPerCylinder", v.vtoc.heads},
+              {"dataSets", list},
+              {"notes", v.vtoc.notes}};
+}
+
+void printVolume(const ScannedVolume& v, std::vector<const DataSetInfo*>& sets) {
+  std::printf("Volume %s: %s, %u cylinders of %u tracks, %s\n", upperName(v.vtoc.volser).c_str(),
+              deviceType(v.file).c_str(), v.vtoc.cylinders, v.vtoc.heads, count(sets.size(), "data set").c_str());
+  if (sets.empty()) return;
+  size_t width = 4;
+  for (const DataSetInfo* ds : sets) width = std::max(width, ds->name.size());
+  const int w = static_cast<int>(width);
+  std::printf("%-*s  FMT  DSORG  RECFM  LRECL  BLKSIZE  KEYLEN  CREATED   REFERENCED  EXPIRES   TRACKS    USED  USED%%"
+              "  EXTENTS\n",
+              w, "NAME");
+  for (const DataSetInfo* ds : sets) {
+    std::printf("%-*s  F%d   %-5s  %-5s  %5u  %7u  %6u  %-8s  %-10s  %-8s  %6u  %6u  %5s  %s\n", w, ds->name.c_str(),
+                ds->format, dsorgText(ds->dsorg).c_str(), recfmText(ds->recfm).c_str(), ds->lrecl, ds->blksize,
+                ds->keyLength, orDash(julianText(ds->created)).c_str(), orDash(julianText(ds->referenced)).c_str(),
+                orDash(julianText(ds->expires)).c_str(), ds->tracksAllocated, ds->tracksUsed,
+                usedPercent(*ds).c_str(), extentsText(*ds).c_str());
+  }
+}
+
+int runLs(const std::vector<std::string>& paths, bool json) {
+  int result = kExitOk;
+  Json volumes = Json::array();
+  bool first = true;
+  for (const std::string& path : paths) {
+    ScannedVolume v;
+    if (scanVolume(path, v, true) != kExitOk) {
+      result = kExitFailure;
+      continue;
+    }
+    std::vector<const DataSetInfo*> sets;
+    for (const DataSetInfo& ds : v.vtoc.dataSets) sets.push_back(&ds);
+    std::stable_sort(sets.begin(), sets.end(),
+                     [](const DataSetInfo* a, const DataSetInfo* b) { return a->name < b->name; });
+    for (const DataSetInfo* ds : sets) {
+      if (!ds->damage.empty()) {
+        std::fprintf(stderr, "ckdvol: note: %s: data set %s: %s\n", path.c_str(), ds->name.c_str(),
+                     ds->damage.c_str());
+      }
+    }
+    if (json) {
+      volumes.push_back(volumeJson(v, sets));
+    } else {
+      if (!first) std::printf("\n");
+      printVolume(v, sets);
+    }
+    first = false;
+  }
+  if (json) std::printf("%s\n", Json{{"volumes", volumes}}.dump(2).c_str());
+  if (std::fflush(stdout) != 0) return fail("standard output", "cannot write the listing");
+  return result;
 }
 
 const CommandRegistration kRegistration(Command{
-    "ls", "List the data sets of a volume, one line each", 33,
+    "ls", "List the data sets of one or more volumes, one line each", 33,
     [](CLI::App& app) -> std::function<int()> {
       struct Args {
-        std::string file;
+        std::vector<std::string> files;
         bool json = false;
       };
       auto args = std::make_shared<Args>();
-      app.add_option("FILE", args->file, "Volume file")->required();
+      app.add_option("FILE", args->files, "Volume files")->required();
       app.add_flag("--json", args->json, "Print the listing as one JSON object");
       app.footer(
-          "One line per Format-1 and Format-8 DSCB of the VTOC: name, format, DSORG\n"
-          "(PS, PO, DA, IS, VS; U for unmovable), RECFM letters (F, V, U, B, S, T, A, M),\n"
-          "LRECL, BLKSIZE, the number of tracks and each extent as first-last\n"
-          "cylinder/head. Tracks are counted with the volume's heads per cylinder.\n"
-          "Extents in Format-3 DSCBs that are not chained are reported as not found.\n"
-          "The volume is opened read-only. A volume without a label, or whose label\n"
-          "does not lead to a Format-4 DSCB, gives exit status 1 and a one-line\n"
-          "explanation.");
-      return [args] { return runLs(args->file, args->json); };
+          "For each volume a heading line (serial, device type, size), then one line per\n"
+          "Format-1 and Format-8 DSCB of the VTOC, sorted by name: format, DSORG (PS, PO,\n"
+          "DA, IS, VS; U for unmovable), RECFM letters (F, V, U, B, S, T, A, M), LRECL,\n"
+          "BLKSIZE, key length, the dates created, last referenced and expiring as\n"
+          "YYYY.DDD (year and day of the year; - when not recorded), tracks allocated,\n"
+          "tracks used (up to the data set's last-block pointer; all allocated tracks\n"
+          "for data sets that keep no pointer) and their percentage, and each extent as\n"
+          "first-last cylinder/head. Tracks are counted with the device's real heads per\n"
+          "cylinder. The whole extent of the VTOC is read. A data set whose DSCB chain is\n"
+          "damaged is listed with a note on standard error naming the damage.\n"
+          "--json prints {\"volumes\": [...]}, one object per volume (file, serial,\n"
+          "deviceType, cylinders, tracksPerCylinder, dataSets, notes), dates as\n"
+          "{\"julian\": \"2024.123\", \"iso\": \"2024-05-02\"} or null.\n"
+          "Volumes are opened read-only. A volume that cannot be read is named with the\n"
+          "cause on standard error; the others are still listed, and the exit status is 1.");
+      return [args] { return runLs(args->files, args->json); };
     }});
 
 }  // namespace

@@ -1,24 +1,27 @@
 // ckdvol pds: list, read, replace and extract the members of a partitioned
 // data set.
 //
-//   ckdvol pds list FILE DSN                      directory: member, TTR, user-data bytes
-//   ckdvol pds read FILE DSN MEMBER [--raw]       records as text lines (or raw EBCDIC)
+//   ckdvol pds list FILE DSN [--json]             directory: member, alias, TTR, size, statistics
+//   ckdvol pds read FILE DSN MEMBER [--raw|--text|--records]
 //   ckdvol pds replace FILE DSN MEMBER [INPUT] [--raw]
-//   ckdvol pds extract FILE DSN DIR               every member to DIR/MEMBER
+//   ckdvol pds extract FILE DSN DIR [--raw] [--suffix S] [--force]
 //
-// A member is rewritten in place, keeping its blocks and its number of
-// records, so `replace` checks the input against the member first and
-// changes nothing when it does not fit. Only `replace` opens the volume for
-// writing.
+// list, read and extract go through the data-set layer: the VTOC's own
+// extent, relative tracks with the device's real heads per cylinder, every
+// record format. A member is rewritten in place by the access method,
+// keeping its blocks and its number of records, so `replace` checks the
+// input against the member first and changes nothing when it does not fit.
+// Only `replace` opens the volume for writing.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,7 +29,11 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "command.h"
 #include "common/data_translator.h"
+#include "data_sets.h"
+#include "open_failure.h"
 #include "pds/basic_partitioned_access_method.h"
+#include "stdout_notes.h"
+#include "text_output.h"
 #include "tool_util.h"
 #include "volume/dsk_volume.h"
 
@@ -34,6 +41,8 @@ namespace ckdvol_tool {
 namespace {
 
 using Bpam = BasicPartionedAccessMethod;
+using ckdvol::MemberInfo;
+using Json = nlohmann::ordered_json;
 
 constexpr unsigned char kEbcdicBlank = 0x40;
 constexpr int kDscbTracksPerCylinder = 15;
@@ -66,13 +75,20 @@ std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn
   if ((status = p->lock.acquire(path, !readOnly)) != kExitOk) return nullptr;
   int rc = p->file.open(path.c_str(), readOnly);
   if (rc < 0) {
-    status = fail(path, std::string("cannot open the volume: ") +
-                            (rc == EmulatedCKDfile::kOpenCannotOpen ? std::strerror(errno)
-                                                                    : p->file.errorText));
+    status = openFailed(path, rc, errno, p->file.errorText);
     return nullptr;
   }
-  if (p->volume.open(&p->file) != 0) {
+  {
+    // The volume open writes "vtoc.initialize errno is N" on failure: a note.
+    StdoutNotes notes(path);
+    rc = p->volume.open(&p->file);
+  }
+  if (rc != 0) {
     status = fail(path, "cannot read the volume label or the VTOC");
+    return nullptr;
+  }
+  if (dsn.empty()) {
+    status = failWith(kExitUsage, "no data set name given");
     return nullptr;
   }
   p->pds.reset(new Bpam(p->volume));
@@ -84,11 +100,17 @@ std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn
     case Bpam::kOpenNoName:
       cause = "no data set name given";
       break;
-    case Bpam::kOpenNotFound:
-      cause = "data set " + dsn +
-              " not found (no Format-1 DSCB of that name; names are compared as given, "
-              "case included)";
+    case Bpam::kOpenNotFound: {
+      ckdvol::VtocInfo vtoc;
+      std::string error;
+      std::vector<std::string> names;
+      if (ckdvol::scanVtoc(p->file, vtoc, error) == ckdvol::kScanOk) {
+        for (const ckdvol::DataSetInfo& d : vtoc.dataSets) names.push_back(d.name);
+      }
+      cause = "data set " + dsn + " not found (no Format-1 DSCB of that name)" +
+              didYouMean(nearNames(names, dsn));
       break;
+    }
     case Bpam::kOpenNotPartitioned: {
       const Format1DSCB* f1 = p->volume.vtoc.locateDataset(dsn.c_str());
       cause = "data set " + dsn + " is not partitioned (DSORG " +
@@ -164,55 +186,38 @@ std::string memberFailure(const OpenPds& p, const std::string& dsn, const std::s
   }
 }
 
-// The record as text: EBCDIC to ISO-8859-1, trailing blanks trimmed.
-std::string recordText(const RexxString& r) {
-  std::string s(static_cast<size_t>(r.length()), '\0');
-  kText.copyE2A(&s[0], r.text(), static_cast<unsigned>(r.length()));
-  size_t end = s.find_last_not_of(' ');
-  s.erase(end == std::string::npos ? 0 : end + 1);
-  return s;
-}
-
-bool writeMember(const Bpam& pds, bool raw, std::ostream& out) {
-  for (int i = 0; i < pds.records.count; ++i) {
-    const RexxString* r = pds.records.get(i);
-    if (r == nullptr) continue;
-    if (raw) {
-      out.write(r->text(), r->length());
-    } else {
-      out << recordText(*r) << '\n';
+// Reads all of `path` (standard input when empty) into `data`. False after
+// a message naming the input and the cause (a directory, a read error).
+bool readInput(const std::string& path, std::string& data) {
+  const std::string name = path.empty() ? "standard input" : path;
+  int fd = STDIN_FILENO;
+  if (!path.empty()) {
+    fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+      fail(name, std::string("cannot read the input: ") + std::strerror(errno));
+      return false;
     }
   }
-  out.flush();
-  return static_cast<bool>(out);
-}
-
-// ---- list ----------------------------------------------------------------------
-
-int runList(const std::string& path, const std::string& dsn) {
-  int status = kExitOk;
-  std::unique_ptr<OpenPds> p = openPds(path, dsn, true, status);
-  if (!p) return status;
-  std::printf("%-8s  %-6s  %s\n", "MEMBER", "TTR", "USERDATA");
-  for (int i = 0; i < p->pds->directory.count; ++i) {
-    const Bpam::DirEnt* e = p->pds->directory.get(i);
-    if (e == nullptr) continue;
-    std::printf("%-8s  %04X%02X  %d\n", e->name, e->track, e->record,
-                2 * (e->indicators & Bpam::kDirUserHalfwordMask));
+  struct stat st;
+  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+    if (fd != STDIN_FILENO) ::close(fd);
+    fail(name, "cannot read the input: it is a directory; give a file with the member's new text");
+    return false;
   }
-  return kExitOk;
-}
-
-// ---- read ----------------------------------------------------------------------
-
-int runRead(const std::string& path, const std::string& dsn, const std::string& member, bool raw) {
-  int status = kExitOk;
-  std::unique_ptr<OpenPds> p = openPds(path, dsn, true, status);
-  if (!p) return status;
-  int rc = p->pds->readMember(member.c_str());
-  if (rc != Bpam::kReadOk) return fail(path, memberFailure(*p, dsn, member, rc));
-  if (!writeMember(*p->pds, raw, std::cout)) return fail("standard output", std::strerror(errno));
-  return kExitOk;
+  char buf[65536];
+  ssize_t n;
+  while ((n = ::read(fd, buf, sizeof buf)) != 0) {
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      const int err = errno;
+      if (fd != STDIN_FILENO) ::close(fd);
+      fail(name, std::string("cannot read the input: ") + std::strerror(err));
+      return false;
+    }
+    data.append(buf, static_cast<size_t>(n));
+  }
+  if (fd != STDIN_FILENO) ::close(fd);
+  return true;
 }
 
 // ---- replace -------------------------------------------------------------------
@@ -220,21 +225,16 @@ int runRead(const std::string& path, const std::string& dsn, const std::string& 
 int runReplace(const std::string& path, const std::string& dsn, const std::string& member,
                const std::string& input, bool raw) {
   std::string data;
-  std::string source = input.empty() || input == "-" ? "standard input" : input;
-  if (source == "standard input") {
-    data.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-  } else {
-    std::ifstream in(input, std::ios::binary);
-    if (!in) return fail(input, std::string("cannot read: ") + std::strerror(errno));
-    data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
+  const bool fromStdin = input.empty() || input == "-";
+  const std::string source = fromStdin ? "standard input" : input;
+  if (!readInput(fromStdin ? std::string() : input, data)) return kExitFailure;
 
   int status = kExitOk;
-  std::unique_ptr<OpenPds> p = openPds(path, dsn, false, status);
+  std::unique_ptr<OpenPds> p = openPds(path, upperName(dsn), false, status);
   if (!p) return status;
   Bpam& pds = *p->pds;
   int rc = pds.readMember(member.c_str());
-  if (rc != Bpam::kReadOk) return fail(path, memberFailure(*p, dsn, member, rc));
+  if (rc != Bpam::kReadOk) return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc));
   const int lrecl = pds.recordLength;
   const int count = pds.records.count;
 
@@ -283,99 +283,325 @@ int runReplace(const std::string& path, const std::string& dsn, const std::strin
     }
   }
   rc = pds.replaceMember(member.c_str());
-  if (rc != Bpam::kReplaceOk) return fail(path, memberFailure(*p, dsn, member, rc));
+  if (rc != Bpam::kReplaceOk) return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc));
   if (p->file.close() != 0)
     return fail(path, "closing the volume failed; the member may be incomplete");
   return kExitOk;
 }
 
-// ---- extract -------------------------------------------------------------------
+// ---- list ----------------------------------------------------------------------
 
-int runExtract(const std::string& path, const std::string& dsn, const std::string& dir) {
-  int status = kExitOk;
-  std::unique_ptr<OpenPds> p = openPds(path, dsn, true, status);
-  if (!p) return status;
-  if (::mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST) {
-    return fail(dir, std::string("cannot make the directory: ") + std::strerror(errno));
+std::string ttrText(const MemberInfo& m) { return hex(m.track, 4) + hex(m.record, 2); }
+
+std::string timeText(const ckdvol::MemberStatistics& s) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%02u:%02u:%02u", s.changedHour, s.changedMinute, s.changedSecond);
+  return buf;
+}
+
+struct SizeResult {
+  int rc = 0;
+  ckdvol::MemberSize size;
+  std::string error;
+};
+
+int runList(const std::string& path, const std::string& dsn, bool json) {
+  ScannedVolume v;
+  int status = scanVolume(path, v, true);
+  if (status != kExitOk) return status;
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  if (ds == nullptr) return status;
+  std::vector<MemberInfo> members;
+  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+
+  // Sizes, once per TTR (an alias shares its member's blocks).
+  std::map<uint32_t, SizeResult> sizes;
+  for (const MemberInfo& m : members) {
+    const uint32_t ttr = (static_cast<uint32_t>(m.track) << 8) | m.record;
+    if (sizes.count(ttr) != 0) continue;
+    SizeResult& r = sizes[ttr];
+    r.rc = ckdvol::memberSize(v.file, *ds, m, r.size, r.error);
   }
-  Bpam& pds = *p->pds;
-  // Copy the names first: readMember leaves the directory as it is, but the
-  // loop reads by name.
-  std::vector<std::string> names;
-  for (int i = 0; i < pds.directory.count; ++i) {
-    const Bpam::DirEnt* e = pds.directory.get(i);
-    if (e != nullptr) names.push_back(e->name);
+  auto sizeOf = [&](const MemberInfo& m) -> const SizeResult& {
+    return sizes[(static_cast<uint32_t>(m.track) << 8) | m.record];
+  };
+
+  if (json) {
+    Json list = Json::array();
+    for (const MemberInfo& m : members) {
+      const SizeResult& r = sizeOf(m);
+      Json stats = nullptr;
+      if (m.hasStatistics) {
+        const ckdvol::MemberStatistics& s = m.statistics;
+        stats = {{"version", s.version},
+                 {"modification", s.modification},
+                 {"created", s.created.empty() ? Json(nullptr) : Json(julianText(s.created))},
+                 {"changed", s.changed.empty() ? Json(nullptr) : Json(julianText(s.changed))},
+                 {"changedTime", timeText(s)},
+                 {"currentLines", s.currentLines},
+                 {"initialLines", s.initialLines},
+                 {"modifiedLines", s.modifiedLines},
+                 {"userId", s.userId}};
+      }
+      list.push_back({{"name", m.name},
+                      {"alias", m.alias},
+                      {"aliasOf", m.aliasOf.empty() ? Json(nullptr) : Json(m.aliasOf)},
+                      {"ttr", ttrText(m)},
+                      {"userDataLength", m.userData.size()},
+                      {"userTtrs", m.userTtrs},
+                      {"blocks", r.size.blocks},
+                      {"records", r.size.records},
+                      {"bytes", r.size.bytes},
+                      {"error", r.rc < 0 ? Json(r.error) : Json(nullptr)},
+                      {"statistics", stats}});
+    }
+    Json doc = {{"file", path}, {"dataSet", ds->name}, {"members", list}};
+    std::printf("%s\n", doc.dump(2).c_str());
+  } else {
+    std::printf("%-8s  %-8s  %-6s  %7s  %9s  %-5s  %-8s  %-17s  %6s  %6s  %6s  %s\n", "MEMBER", "ALIAS-OF", "TTR",
+                "RECORDS", "BYTES", "VV.MM", "CREATED", "CHANGED", "SIZE", "INIT", "MOD", "ID");
+    for (const MemberInfo& m : members) {
+      const SizeResult& r = sizeOf(m);
+      const std::string records = r.rc < 0 ? "?" : std::to_string(r.size.records);
+      const std::string bytes = r.rc < 0 ? "?" : std::to_string(r.size.bytes);
+      std::string stats;
+      if (m.hasStatistics) {
+        const ckdvol::MemberStatistics& s = m.statistics;
+        char line[160];
+        std::snprintf(line, sizeof line, "%02u.%02u  %-8s  %-17s  %6u  %6u  %6u  %s", s.version, s.modification,
+                      julianText(s.created).c_str(),
+                      s.changed.empty() ? "" : (julianText(s.changed) + " " + timeText(s)).c_str(), s.currentLines,
+                      s.initialLines, s.modifiedLines, s.userId.c_str());
+        stats = line;
+      }
+      char head[96];
+      std::snprintf(head, sizeof head, "%-8s  %-8s  %-6s  %7s  %9s", m.name.c_str(), m.aliasOf.c_str(),
+                    ttrText(m).c_str(), records.c_str(), bytes.c_str());
+      std::string out = std::string(head) + (stats.empty() ? "" : "  " + stats);
+      while (!out.empty() && out.back() == ' ') out.pop_back();
+      std::printf("%s\n", out.c_str());
+    }
   }
+  if (std::fflush(stdout) != 0) return fail("standard output", "cannot write the listing");
   int result = kExitOk;
-  for (const std::string& name : names) {
-    std::string fileName = name;
-    for (char& c : fileName) {
-      if (c == '/' || c == '\0') c = '_';
+  for (const MemberInfo& m : members) {
+    const SizeResult& r = sizeOf(m);
+    if (r.rc < 0 && !m.alias) {
+      result = fail(path, "member " + m.name + " of " + ds->name + " cannot be read: " + r.error);
     }
-    if (fileName.empty() || fileName == "." || fileName == "..") {
-      result = fail(path, "member with the name \"" + name + "\" cannot be a file name; skipped");
-      continue;
-    }
-    int rc = pds.readMember(name.c_str());
-    if (rc != Bpam::kReadOk) {
-      result = fail(path, memberFailure(*p, dsn, name, rc));
-      continue;
-    }
-    std::string target = dir + "/" + fileName;
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    if (!out || !writeMember(pds, false, out)) {
-      result = fail(target, std::string("cannot write: ") + std::strerror(errno));
-    }
+  }
+  if (members.empty()) {
+    std::fprintf(stderr, "ckdvol: note: %s: the directory of %s holds no members\n", path.c_str(),
+                 ds->name.c_str());
   }
   return result;
+}
+
+// ---- read ----------------------------------------------------------------------
+
+struct ReadOptions {
+  bool raw = false;      // the records' bytes
+  bool text = false;     // text lines even for RECFM U
+  bool records = false;  // length-prefixed records
+  TextOptions textOptions;
+};
+
+Render renderFor(const ReadOptions& o) {
+  if (o.records) return Render::kRecords;
+  if (o.raw) return Render::kData;
+  if (o.text) return Render::kText;
+  return Render::kAuto;
+}
+
+int runRead(const std::string& path, const std::string& dsn, const std::string& member, const ReadOptions& o) {
+  ScannedVolume v;
+  int status = scanVolume(path, v, true);
+  if (status != kExitOk) return status;
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  if (ds == nullptr) return status;
+  std::vector<MemberInfo> members;
+  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+  const MemberInfo* m = findMemberOrFail(v, *ds, members, member);
+  if (m == nullptr) return kExitFailure;
+  StreamStats stats;
+  return stream(v, *ds, m, renderFor(o), o.textOptions, stdout, "standard output", ds->name + "(" + m->name + ")",
+                true, stats);
+}
+
+// ---- extract -------------------------------------------------------------------
+
+// Makes `dir` and its missing parents. Empty, or the cause.
+std::string makeDirectories(const std::string& dir) {
+  std::string sofar;
+  size_t pos = 0;
+  while (pos <= dir.size()) {
+    const size_t slash = dir.find('/', pos);
+    const size_t end = slash == std::string::npos ? dir.size() : slash;
+    sofar = dir.substr(0, end);
+    pos = end + 1;
+    if (sofar.empty() || sofar == "." || sofar == "..") continue;
+    struct stat st;
+    if (::stat(sofar.c_str(), &st) == 0) {
+      if (!S_ISDIR(st.st_mode)) return sofar + " exists and is not a directory";
+      continue;
+    }
+    if (::mkdir(sofar.c_str(), 0777) != 0 && errno != EEXIST) {
+      return "cannot make the directory " + sofar + ": " + std::strerror(errno);
+    }
+  }
+  return "";
+}
+
+int runExtract(const std::string& path, const std::string& dsn, const std::string& dir, const ReadOptions& o,
+               const std::string& suffix, bool force) {
+  ScannedVolume v;
+  int status = scanVolume(path, v, true);
+  if (status != kExitOk) return status;
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  if (ds == nullptr) return status;
+  std::vector<MemberInfo> members;
+  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+  if (members.empty()) return fail(path, "the directory of " + ds->name + " holds no members; nothing extracted");
+
+  // Every target first: nothing is written when one would be overwritten.
+  std::vector<std::string> targets;
+  std::vector<std::string> existing;
+  for (const MemberInfo& m : members) {
+    std::string name = m.name;
+    for (char& c : name) {
+      if (c == '/' || c == '\0') c = '_';
+    }
+    if (name == "." || name == "..") name = "_" + name;
+    targets.push_back(dir + "/" + name + suffix);
+    struct stat st;
+    if (::lstat(targets.back().c_str(), &st) == 0) existing.push_back(targets.back());
+  }
+  if (!existing.empty() && !force) {
+    std::string names;
+    for (size_t i = 0; i < existing.size() && i < 3; ++i) names += (i ? ", " : "") + existing[i];
+    if (existing.size() > 3) names += " and " + std::to_string(existing.size() - 3) + " more";
+    return fail(dir, count(existing.size(), "file") + " would be overwritten (" + names +
+                         "); nothing was written: give --force to overwrite them");
+  }
+  const std::string made = makeDirectories(dir);
+  if (!made.empty()) return fail(dir, made);
+
+  int result = kExitOk;
+  size_t written = 0;
+  uint64_t bytes = 0;
+  for (size_t i = 0; i < members.size(); ++i) {
+    const MemberInfo& m = members[i];
+    const std::string& target = targets[i];
+    FILE* out = std::fopen(target.c_str(), "wb");
+    if (out == nullptr) {
+      result = fail(target, std::string("cannot write: ") + std::strerror(errno));
+      continue;
+    }
+    StreamStats stats;
+    Render render = renderFor(o);
+    int rc = stream(v, *ds, &m, render, o.textOptions, out, target, ds->name + "(" + m.name + ")", false, stats);
+    if (std::fclose(out) != 0 && rc == kExitOk) rc = fail(target, std::string("cannot write: ") + std::strerror(errno));
+    if (rc != kExitOk) {
+      ::unlink(target.c_str());
+      std::fprintf(stderr, "ckdvol: %s: removed: member %s was not extracted whole\n", target.c_str(),
+                   m.name.c_str());
+      result = kExitFailure;
+      continue;
+    }
+    ++written;
+    bytes += stats.bytes;
+  }
+  std::printf("%s of %s written to %s (%s of data)\n", count(written, "member").c_str(), ds->name.c_str(),
+              dir.c_str(), count(bytes, "byte").c_str());
+  if (written != members.size()) {
+    std::printf("%s not extracted (see the messages above)\n", count(members.size() - written, "member").c_str());
+  }
+  if (std::fflush(stdout) != 0) return fail("standard output", std::strerror(errno));
+  return result;
+}
+
+void addReadOptions(CLI::App& app, ReadOptions& o, bool withText) {
+  auto* raw = app.add_flag("--raw", o.raw, "Write the records' bytes unchanged, no line ends");
+  if (withText) {
+    auto* records = app.add_flag("--records", o.records,
+                                 "Write each record as a 4-byte big-endian length, then its bytes");
+    auto* text = app.add_flag("--text", o.text, "Text lines even for RECFM U (undefined-length) blocks");
+    raw->excludes(records)->excludes(text);
+    records->excludes(text);
+  }
+  addTextOptions(app, o.textOptions);
 }
 
 const CommandRegistration kRegistration(Command{
     "pds", "List, read, replace or extract members of a partitioned data set", 60,
     [](CLI::App& app) -> std::function<int()> {
       struct Args {
-        std::string file, dsn, member, input, dir;
-        bool raw = false;
+        std::string file, dsn, member, input, dir, suffix;
+        bool raw = false, json = false, force = false;
+        ReadOptions read, extract;
       };
       auto a = std::make_shared<Args>();
       app.require_subcommand(1);
-      CLI::App* list =
-          app.add_subcommand("list", "List the directory: member, TTR, user-data bytes");
+      CLI::App* list = app.add_subcommand(
+          "list", "List the directory: member, alias, TTR, size and statistics");
       list->add_option("FILE", a->file, "Volume file")->required();
-      list->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
+      list->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      list->add_flag("--json", a->json, "Print the directory as one JSON object");
+      list->footer(
+          "One line per directory entry, in directory order: the member name, for an\n"
+          "alias the member it names (same TTR), the TTR of its first block, its records\n"
+          "and data bytes (read up to its end-of-file record; an alias shares its\n"
+          "member's), and where the entry holds the usual statistics: version.modification,\n"
+          "created and changed dates (YYYY.DDD) and time, current, initial and modified\n"
+          "line counts and the user id. A member that cannot be read shows ? and ends the\n"
+          "command with status 1 and a message naming the block and what is wrong.");
 
-      CLI::App* read = app.add_subcommand(
-          "read",
-          "Write a member's records as text lines (trailing blanks trimmed), or raw EBCDIC");
+      CLI::App* read = app.add_subcommand("read", "Write a member as text lines, or its bytes");
       read->add_option("FILE", a->file, "Volume file")->required();
-      read->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
+      read->add_option("DSN", a->dsn, "Data set name (any case)")->required();
       read->add_option("MEMBER", a->member, "Member name (any case)")->required();
-      read->add_flag("--raw", a->raw, "Write the records' EBCDIC bytes unchanged, no line ends");
+      addReadOptions(*read, a->read, true);
+      read->footer(std::string("Records of every format (F, FB, V, VB, VS, VBS, U) are read. F and V records\n"
+                               "are written as text lines; RECFM U blocks (load modules) as their bytes, and\n"
+                               "not to a terminal unless --raw or --text is given. --raw writes the records'\n"
+                               "bytes back to back (V records without their descriptor words); --records\n"
+                               "puts a 4-byte big-endian length before each. A member that cannot be read\n"
+                               "whole ends with status 1 and a message naming the block.\n") +
+                   kTextOptionsHelp);
 
       CLI::App* replace = app.add_subcommand(
           "replace", "Replace a member's records in place from INPUT or standard input");
       replace->footer(
-          "Text lines are translated to EBCDIC. The member keeps its size: the input must give\n"
-          "exactly as many records as the member has, each at most the record length (shorter\n"
-          "ones are padded with blanks); otherwise nothing is changed.");
+          "Text lines are translated to EBCDIC (code page 037, ISO-8859-1 input). The member\n"
+          "keeps its size: the input must give exactly as many records as the member has,\n"
+          "each at most the record length (shorter ones are padded with blanks); otherwise\n"
+          "nothing is changed. Only fixed-length records are replaced.");
       replace->add_option("FILE", a->file, "Volume file")->required();
-      replace->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
+      replace->add_option("DSN", a->dsn, "Data set name (any case)")->required();
       replace->add_option("MEMBER", a->member, "Member name (any case)")->required();
       replace->add_option("INPUT", a->input, "Input file (default: standard input)");
       replace->add_flag("--raw", a->raw,
                         "INPUT holds EBCDIC records of exactly the record length, back to back");
 
-      CLI::App* extract =
-          app.add_subcommand("extract", "Write every member as text lines to DIR/MEMBER");
+      CLI::App* extract = app.add_subcommand("extract", "Write every member to a file DIR/MEMBER");
       extract->add_option("FILE", a->file, "Volume file")->required();
-      extract->add_option("DSN", a->dsn, "Data set name as in the VTOC")->required();
-      extract->add_option("DIR", a->dir, "Target directory (made if missing)")->required();
+      extract->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      extract->add_option("DIR", a->dir, "Target directory (made with its parents if missing)")->required();
+      extract->add_option("--suffix", a->suffix, "Append this to every file name (e.g. .txt)");
+      extract->add_flag("--force", a->force, "Overwrite files that exist");
+      addReadOptions(*extract, a->extract, false);
+      extract->footer(std::string("Every directory entry, aliases included, becomes a file DIR/NAME[SUFFIX]:\n"
+                                  "text lines for F and V records, the blocks' bytes for RECFM U (load\n"
+                                  "modules), the records' bytes with --raw. When any of the files exists,\n"
+                                  "nothing is written unless --force is given. A member that cannot be read\n"
+                                  "whole leaves no file; the others are written and the status is 1.\n") +
+                      kTextOptionsHelp);
 
       return [a, list, read, replace, extract]() -> int {
-        if (list->parsed()) return runList(a->file, a->dsn);
-        if (read->parsed()) return runRead(a->file, a->dsn, a->member, a->raw);
+        if (list->parsed()) return runList(a->file, a->dsn, a->json);
+        if (read->parsed()) return runRead(a->file, a->dsn, a->member, a->read);
         if (replace->parsed()) return runReplace(a->file, a->dsn, a->member, a->input, a->raw);
-        if (extract->parsed()) return runExtract(a->file, a->dsn, a->dir);
+        if (extract->parsed()) return runExtract(a->file, a->dsn, a->dir, a->extract, a->suffix, a->force);
         return kExitUsage;
       };
     }});

@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "open_failure.h"
+#include "stdout_notes.h"
 #include "tool_util.h"
 
 namespace ckdvol_tool {
@@ -44,13 +45,26 @@ std::string vtocCause(int reason, const DiskLabel& label) {
       return at + "that record is not a Format-4 DSCB: the VTOC is empty or damaged";
     case DiskVtoc::kErrWalkLength:
       return "damaged VTOC: a record before its last active DSCB does not have key length 44 "
-             "and data length 96 (its address is on standard output)";
+             "and data length 96 (the note above gives its address)";
     default:
       return "the VTOC cannot be read (reason " + std::to_string(reason) + ")";
   }
 }
 
 }  // namespace
+
+int loadVtoc(const std::string& path, LoadedVolume& v, std::string& cause) {
+  int rc, reason;
+  {
+    // The walk writes " key len err ..." to standard output: a note.
+    StdoutNotes notes(path);
+    rc = v.volume.vtoc.initialize(v.file, v.volume.label);
+    reason = errno;
+  }
+  if (rc == 0) return kExitOk;
+  cause = vtocCause(reason, v.volume.label);
+  return kExitFailure;
+}
 
 int loadVolume(const std::string& path, bool withVtoc, LoadedVolume& v) {
   if (int status = v.lock.acquire(path, false)) return status;
@@ -60,9 +74,8 @@ int loadVolume(const std::string& path, bool withVtoc, LoadedVolume& v) {
   v.volume.file = &v.file;
   v.volume.ownsFile = false;
   if (v.volume.label.initialize(v.file) != 0) return fail(path, labelCause(errno));
-  if (withVtoc && v.volume.vtoc.initialize(v.file, v.volume.label) != 0) {
-    return fail(path, vtocCause(errno, v.volume.label));
-  }
+  std::string cause;
+  if (withVtoc && loadVtoc(path, v, cause) != kExitOk) return fail(path, cause);
   return kExitOk;
 }
 

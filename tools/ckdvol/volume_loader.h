@@ -29,6 +29,12 @@ struct LoadedVolume {
 // "ckdvol: FILE: CAUSE" to standard error and returns kExitFailure.
 int loadVolume(const std::string& path, bool withVtoc, LoadedVolume& v);
 
+// Reads the VTOC of a volume that loadVolume(path, false, v) opened, with
+// the volume classes' reader (their diagnostic lines become notes on
+// standard error). kExitOk, or kExitFailure with `cause` explaining the
+// refusal (nothing written).
+int loadVtoc(const std::string& path, LoadedVolume& v, std::string& cause);
+
 // The volume serial in ASCII with trailing blanks removed ("" without label).
 std::string volumeSerial(const DiskLabel& label);
 
