@@ -6,6 +6,7 @@
 
 #include "ckdfile/versioning.h"
 #include "ckdfile/volume_format.h"
+#include "common/byte_order.h"
 #include "tool_util.h"
 
 namespace ckdvol_tool {
@@ -252,23 +253,32 @@ TrackMend planMend(F& f, int code) {
 int applyMend(F& f, const TrackMend& mend) {
   const unsigned slot = f.trackSlotSize;
   std::memcpy(f.trackBuffer, mend.image.data(), slot);
-  // writeTrack saves the former image only when the trailer's version is
-  // below the active one. A trailer that claims the active version (or a
-  // later one) without a saved copy linking back would let the repair go
-  // unsaved: it is cleared, so that a copy is made.
-  unsigned char* trailer = ckdvol::trailerOf(f.trackBuffer, slot);
-  if (f.activeVersion > 0 && ckdvol::trailerHasMarker(trailer) &&
-      static_cast<int>(ckdvol::trailerVersion(trailer)) >= f.activeVersion) {
-    const long long home = f.getOffset(f.currentCyl, f.currentHead, f.currentCell, true);
-    bool linked = false;
-    const unsigned long long link = ckdvol::trailerLink(trailer);
-    if (link != 0 && home >= 0) {
-      std::vector<unsigned char> copy(slot);
-      linked = f.readRawTrack(link, copy.data()) == F::kTrackOk &&
-               ckdvol::trailerHasMarker(ckdvol::trailerOf(copy.data(), slot)) &&
-               ckdvol::trailerLink(ckdvol::trailerOf(copy.data(), slot)) == static_cast<unsigned long long>(home);
+  // writeTrack saves the slot as it is on disk, and the saved copy belongs
+  // to the active version only when the slot's trailer names an older one.
+  // A slot whose trailer claims the active version (or a later one) without
+  // a saved copy linking back to it would give a copy that this version's
+  // commit and rollback never reach: its trailer's version is lowered on
+  // disk first (the link is broken anyway), and the mended image carries no
+  // trailer, so that writeTrack makes the copy and links it.
+  const long long home = f.getOffset(f.currentCyl, f.currentHead, f.currentCell, true);
+  if (f.activeVersion > 0 && home >= 0) {
+    std::vector<unsigned char> disk(slot), copy(slot);
+    if (f.readRawTrack(static_cast<unsigned long long>(home), disk.data()) != F::kTrackOk) return F::kTrackNoCopy;
+    unsigned char* trailer = ckdvol::trailerOf(disk.data(), slot);
+    if (ckdvol::trailerHasMarker(trailer) && static_cast<int>(ckdvol::trailerVersion(trailer)) >= f.activeVersion) {
+      const unsigned long long link = ckdvol::trailerLink(trailer);
+      const bool linked =
+          link != 0 && f.readRawTrack(link, copy.data()) == F::kTrackOk &&
+          ckdvol::trailerHasMarker(ckdvol::trailerOf(copy.data(), slot)) &&
+          ckdvol::trailerLink(ckdvol::trailerOf(copy.data(), slot)) == static_cast<unsigned long long>(home);
+      if (!linked) {
+        ckdvol::storeBe16(trailer + ckdvol::kTrlVersion, static_cast<uint16_t>(f.activeVersion - 1));
+        if (f.writeRawTrack(static_cast<unsigned long long>(home), disk.data()) != F::kTrackOk) {
+          return F::kTrackNoCopy;
+        }
+        ckdvol::clearTrailer(ckdvol::trailerOf(f.trackBuffer, slot));
+      }
     }
-    if (!linked) ckdvol::clearTrailer(trailer);
   }
   f.trackDirty = 1;
   return f.writeTrack();
