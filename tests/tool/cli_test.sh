@@ -81,6 +81,8 @@ cp ds.ckd nof4.ckd; poke nof4.ckd $((512 + 240)) 02                   # label: V
 dataset d300.ckd 13312 "C1$(printf '40%.0s' {1..43})F1" 01 "02 00 C0 00 17 70 00 00" "01 00 00 00 00 02 00 01 00 03"
 [ -x "$GEN" ] && "$GEN" pds.ckd && "$GEN" p300.ckd d300 || { echo "FAIL: CKDVOL_MAKE_TEST_PDS is not the generator"; exit 1; }
 cp pds.ckd pds0.ckd
+cp p300.ckd vtoc300.ckd; poke vtoc300.ckd $((512 + 13312 + 29 + 45)) "00 01 00 0E 01"   # last active DSCB 1/14/1
+printf 'int a[2] = {0};\n\tx\nend\n' >brackets
 # files that are not (whole) volumes, and volumes made sparse
 mkdir dir.ckd; : >empty.ckd
 head -c 100 v2.ckd >t100.ckd; head -c 512 v2.ckd >t512.ckd; head -c 1512 v2.ckd >tmid.ckd
@@ -160,33 +162,64 @@ ds | vtoc $V | 0 | out | ~^VTOC listing of volume serial 0X0123$ | out | ~^  VTO
 ds | vtoc $V | 0 | out | ~^Format 4 DSCB at 0/1/1 | out | ~^Format 5 DSCB at 0/1/2 | out | ~^Format 1 DSCB at 0/1/4 \(000000/01/04\) --$
 ds | vtoc $V | 0 | out | DSname: TEST.DATA | out | ~^Format-1 DSCBs: 1,  Format-8 DSCBs: 0$ | out | ~^Format-0 DSCBs: 9,  Unknown DSCBs: 0$
 ds | label $V | 0 | out | ~^Volume label --$ | out | =8 | out | ~^    Serial: 0X0123,      Security: 40$
-ds | ls $V | 0 | out | ~^Volume 0X0123: D600, 3 cylinders of 15 tracks, 1 data sets?$ | out | ~^TEST.DATA  F1   PS     FB        80     3120      17  1/0-1/14 2/3-2/4$
-ds | ls --json $V | 0 | out | "name": "TEST.DATA" | out | "tracks": 17 | out | "recfm": "FB"
-d300 | ls $V | 0 | out | ~^A     F1   PO     U          0     6000      21  0/2-1/3$
+ds | ls $V | 0 | out | ~^Volume 0X0123: D600, 3 cylinders of 15 tracks, 1 data set$ | out | ~^TEST.DATA  F1   PS     FB        80     3120       0  -         -           -             17       0     0%  1/0-1/14 2/3-2/4$
+ds | ls --json $V | 0 | out | "name": "TEST.DATA" | out | "tracks": 17 | out | "recfm": "FB" | out | "created": null
+d300 | ls $V | 0 | out | ~^A     F1   PO     U          0     6000       0  -         -           -             21       0     0%  0/2-1/3$
+# several volumes; dates as YYYY.DDD; one unreadable volume makes status 1
+pds | ls $V $W/p300.ckd $W/absent.ckd | 1 | out | =2 ~^Volume 0X0123: D[36]00 | err | absent.ckd
+pds | ls $V | 0 | out | ~^TEST.LOAD +F1 +PO +U +0 +6144 +0 +2024.031 +- +- +4 +0 +0% +2/10-2/13$ | out | =3 ~^TEST\.
+pds | ls --json $V $W/p300.ckd | 0 | out | =2 "serial": "0X0123" | out | "julian": "2024.031" | out | "iso": "2024-01-31" | out | "tracksPerCylinder": 19
 bare | vtoc $V | 1 | err | =1 | err | ~^ckdvol: $V: no volume label | out | =0
 bare | label $V | 1 | err | =1 | err | ~^ckdvol: $V: no volume label | out | =0
 bare | ls $V | 1 | err | =1 | err | ~^ckdvol: $V: no volume label | out | =0
 novtoc | vtoc $V | 1 | err | =1 | err | ckdvol: $V: the label puts the VTOC at 0/1/99, but there is no such record: the volume has no VTOC
 novtoc | label $V | 0 | out | Serial: 0X0123
-nof4 | ls $V | 1 | err | that record is not a Format-4 DSCB
+nof4 | ls $V | 1 | err | the record at the VTOC address 0/1/2 is not a Format-4 DSCB
 absent | vtoc $V | 1 | err | ~^ckdvol: $V: No such file or directory$
 # pds: list, read, refusals naming file and cause (the replaces below must change nothing)
-pds | pds list $V TEST.PDS | 0 | out | =5 | out | ~^MEMBER    TTR     USERDATA$ | out | ~^ALPHA     000003  4$ | out | ~^FAR       0190
+# a member that cannot be read shows ? and makes status 1, naming the track and the cause
+pds | pds list $V TEST.PDS | 1 | out | =5 | out | ~^MEMBER +ALIAS-OF +TTR +RECORDS +BYTES | out | ~^ALPHA +000003 +3 +240$ | out | ~^EMPTY +000201 +0 +0$ | out | ~^FAR +019002 +\? +\?$ | err | member FAR of TEST.PDS cannot be read: relative track 400 lies outside the data set's 21 tracks
+p300 | pds list $V test.pds | 0 | out | =7 | out | ~^LATE +000C01 +1 +80$ | err | =0
+pds | pds list --json $V TEST.PDS | 1 | out | "dataSet": "TEST.PDS" | out | "ttr": "000003" | out | "bytes": 8000 | out | "error": "relative track 400
 pds | pds read $V TEST.PDS alpha | 0 | out | =3 | out | ~^ALPHA 0$ | out | ~^ALPHA 2$
-pds | pds read $V TEST.PDS BETA | 0 | out | =100 | out | ~^BETA 99$
-pds | pds read $V TEST.PDS EMPTY | 0 | out | =0
-pds | pds read $V TEST.SEQ X | 1 | err | ckdvol: $V: data set TEST.SEQ is not partitioned (DSORG 4000
+pds | pds read $V test.pds BETA | 0 | out | =100 | out | ~^BETA 99$
+pds | pds read $V TEST.PDS EMPTY | 0 | out | =0 | err | TEST.PDS(EMPTY) holds no records
+pds | pds read $V TEST.SEQ X | 1 | err | ckdvol: $V: data set TEST.SEQ is not partitioned (DSORG PS); 'ckdvol cat
 pds | pds list $V NO.SUCH | 1 | err | ckdvol: $V: data set NO.SUCH not found
+pds | pds list $V TEST.PSD | 1 | err | data set TEST.PSD not found on volume 0X0123 (did you mean TEST.PDS?)
+pds | pds list $V OTHER.SEQ | 1 | err | (did you mean TEST.SEQ?)
+pds | pds list $V '' | 2 | err | no data set name given | out | =0
 pds | pds read $V TEST.PDS NOPE | 1 | err | ckdvol: $V: member NOPE not found in data set TEST.PDS
-pds | pds read $V TEST.PDS FAR | 1 | err | member FAR of data set TEST.PDS starts at relative track 400, beyond the 21 tracks | err | =0 heads per cylinder
-p300 | pds read $V TEST.PDS LATE | 1 | err | ~relative track 12, beyond the 11 tracks .*this device has 19 heads per cylinder
+pds | pds read $V TEST.PDS ALPA | 1 | err | member ALPA not found in data set TEST.PDS (did you mean ALPHA?)
+pds | pds read $V TEST.PDS FAR | 1 | err | ckdvol: $V: TEST.PDS(FAR): relative track 400 lies outside the data set's 21 tracks; nothing was written
+# 19 heads: relative tracks past the 15-head count are read with the real heads
+p300 | pds read $V TEST.PDS LATE | 0 | out | =1 | out | ~^LATE 0$
 p300 | pds read $V TEST.PDS ALPHA | 0 | out | ~^ALPHA 0$
-pds | pds read $V TEST.LOAD PROG | 1 | err | data set TEST.LOAD does not hold fixed-length records (RECFM C0, LRECL 0)
-absent | pds list $V TEST.PDS | 1 | err | ckdvol: $V: cannot open the volume
+# a load library member is written as its blocks (not to a terminal)
+pds | pds read $V TEST.LOAD PROG | 0 | err | =0
+pds | pds read $V TEST.LOAD PROG --text | 0 | out | =1
+absent | pds list $V TEST.PDS | 1 | err | ckdvol: $V: No such file or directory
+# cat: sequential data sets and members
+pds | cat $V 'test.pds(beta)' | 0 | out | =100 | out | ~^BETA 99$
+pds | cat $V TEST.PDS | 1 | err | data set TEST.PDS is partitioned: name a member, TEST.PDS(MEMBER)
+pds | cat $V 'TEST.PDS(' | 2 | err | is neither DSN nor DSN(MEMBER)
+pds | cat $V TEST.SEQ | 1 | err | TEST.SEQ: block 2/14/1: 4096 bytes are not a multiple of LRECL 80; nothing was written
+pds | cat $V TEST.SEQ --raw --blocks | 2 | out | =0
+pds | cat $V TEST.PDS --codepage 1048 | 2 | err | '1048' is not a code page here (known: 037, 1047, 500)
+pds | cat $V TEST.PDS --encoding utf-16 | 2 | err | is not an output encoding
+# a 19-head volume whose last active DSCB lies past its VTOC (on 1/14): the
+# volume classes' walk runs into the data set's records; vtoc says so in one
+# line and lists the VTOC's own extent; the walk's lines become notes on stderr
+vtoc300 | vtoc $V | 0 | out | ~^Format 1 DSCB at 0/1/2 | out | ~^Format-1 DSCBs: 1,  Format-8 DSCBs: 0$ | out | =0 key len err | err | ckdvol: note: $V: key len err 9995 | err | the volume classes' VTOC reader refuses this volume
+vtoc300 | vtoc --json $V | 0 | out | "format1": 1 | out | "tracksPerCylinder": 19 | out | "name": "TEST.PDS" | err | =0
+vtoc300 | ls $V | 0 | out | ~^TEST.PDS +F1 +PO +FB +80 +3120 .* 1/10-2/5$ | out | =0 key len err
+vtoc300 | pds read $V TEST.PDS LATE | 0 | out | ~^LATE 0$
 pds | pds replace $V TEST.PDS ALPHA two | 1 | err | member ALPHA has 3 records of 80 bytes but two gives 2 lines
 pds | pds replace $V TEST.PDS ALPHA long | 1 | err | line 2 of long has 81 characters, more than the record length 80
 pds | pds replace $V TEST.PDS ALPHA raw200 --raw | 1 | err | 200 bytes, not a whole number of 80-byte records
 pds | pds replace $V TEST.PDS FAR two | 1 | err | member FAR of data set TEST.PDS
+pds | pds replace $V TEST.PDS ALPHA $W | 1 | err | ckdvol: $W: cannot read the input: it is a directory
+pds | pds replace $V NO.SUCH ALPHA two | 1 | err | data set NO.SUCH not found
 # version and verify: refusals and activation of a pending version
 ver | version status $V | 0 | out | versioning:        off
 ver | version disable $V | 0 | out | $V: versioning is not active: nothing to disable
@@ -286,10 +319,26 @@ pds | pds replace $V TEST.PDS ALPHA < xyz | 0 | err | =0
 pds | pds read $V TEST.PDS ALPHA | 0 | out | =3 | out | ~^x$ | out | ~^z$
 pds | pds replace $V TEST.PDS ALPHA raw240 --raw | 0 | err | =0
 pds | pds read $V TEST.PDS ALPHA | 0 | out | =3 ~^B{80}$
-pds | pds extract $V TEST.PDS $W/members | 1 | err | member FAR of data set TEST.PDS starts at relative track 400
+pds | pds extract $V TEST.PDS $W/members | 1 | err | ckdvol: $V: TEST.PDS(FAR): relative track 400 | out | 3 members of TEST.PDS written to $W/members (8240 bytes of data) | out | 1 member not extracted
 EOF
 ok "extract: BETA, EMPTY, no FAR" [ "$(wc -l <members/BETA) $(size members/EMPTY) $(ls members | grep -c FAR)" = "100 0 0" ]
 ok "extract: ALPHA as read" cmp -s members/ALPHA <("$TOOL" pds read pds.ckd TEST.PDS ALPHA)
+rows <<'EOF'
+pds | pds extract $V TEST.PDS $W/members | 1 | err | 3 files would be overwritten | err | give --force
+pds | pds extract $V TEST.PDS $W/members --force | 1 | out | 3 members of TEST.PDS written
+pds | pds extract $V TEST.LOAD $W/deep/er/load --suffix .bin | 0 | out | 1 member of TEST.LOAD written to $W/deep/er/load (500 bytes of data)
+# text: code page 037 unless told, UTF-8 or ISO-8859-1; control characters kept and reported once
+pds | pds replace $V TEST.PDS ALPHA brackets | 0 | err | =0
+pds | pds read $V TEST.PDS ALPHA | 0 | out | int a[2] = {0}; | err | =1 1 byte decodes to a control character in code page 037: X'05' (U+0009)
+pds | cat $V 'TEST.PDS(ALPHA)' --codepage IBM-1047 | 0 | out | int aÝ2¨ = {0}; | err | (the first in line 2)
+EOF
+ok "extract: the load member's 500 bytes" [ "$(od -An -v -tx1 deep/er/load/PROG.bin | tr -d ' \n')" = "$(printf '47%.0s' {1..500})" ]
+ok "read: the load member's 500 bytes" [ "$("$TOOL" pds read pds.ckd TEST.LOAD PROG | od -An -v -tx1 | tr -d ' \n')" = "$(printf '47%.0s' {1..500})" ]
+ok "latin1: one byte per character (X'BA' is the not sign in 500)" \
+  [ "$("$TOOL" pds read pds.ckd TEST.PDS ALPHA --codepage 500 --encoding latin1 2>/dev/null | head -1 | od -An -v -tx1 | tr -d ' \n')" = 696e742061ac327c203d207b307d3b0a ]
+ok "--records: a 4-byte big-endian length before each record" \
+  [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --records | od -An -v -tx1 | tr -d ' \n' | head -c 20)" = 000000508995a34081ba ]
+ok "--raw: 3 records of 80 bytes" [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --raw | wc -c)" -eq 240 ]
 [ "$(id -u)" -eq 0 ] || { chmod a-w pds0.ckd   # read opens read-only, replace does not
   row 'pds0 | pds read $V TEST.PDS BETA | 0 | out | =100'
   row 'pds0 | pds replace $V TEST.PDS ALPHA three | 1 | err | ckdvol: $V: cannot open the volume'; }
