@@ -90,6 +90,13 @@ run 0 version rollback v.ckd
 run 0 version disable v.ckd
 check "second rollback restores every byte too" cmp v.ckd damaged.ckd
 
+# Rolled back after version 2 was enabled (and became active on opening),
+# the changes are named for the version they were made under.
+run 3 verify v.ckd --repair --yes
+run 0 version enable v.ckd
+run 0 version rollback v.ckd
+check "rollback names version 1, under which the repair was made" grep -q "^v.ckd: version 1 rolled back: 4 saved copies" out
+
 # A track whose records all name another track is not renamed: it is emptied,
 # and the dry run says which records go.
 cp damaged.ckd w.ckd
