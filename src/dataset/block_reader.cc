@@ -66,8 +66,8 @@ int BlockReader::loadTrack(uint32_t relTrack) {
     }
   }
   if (firstRecordOffset(file_, nextOffset_) != kWalkRecord) {
-    return fail(kBlockBadTrack, trackText(cyl, head, relTrack) +
-                                    ": record zero runs past the end of the track");
+    return fail(kBlockBadTrack,
+                trackText(cyl, head, relTrack) + ": record zero runs past the end of the track");
   }
   trackLoaded_ = true;
   return kBlockRead;
@@ -102,8 +102,8 @@ int BlockReader::next(Block& b) {
     TrackRecord r;
     const int walk = readRecordAt(file_, nextOffset_, r);
     if (walk == kWalkOverrun) {
-      return fail(kBlockBadTrack, trackText(cyl_, head_, relTrack_) + ": the count field at offset " +
-                                      std::to_string(nextOffset_) +
+      return fail(kBlockBadTrack, trackText(cyl_, head_, relTrack_) +
+                                      ": the count field at offset " + std::to_string(nextOffset_) +
                                       " runs past the end of the track");
     }
     if (walk == kWalkEnd) {

@@ -43,25 +43,25 @@ namespace ckdvol {
 
 // One block (data record) of a data set.
 struct Block {
-  uint32_t relTrack = 0;               // relative track within the data set
-  uint32_t cyl = 0;                    // its absolute address
+  uint32_t relTrack = 0;  // relative track within the data set
+  uint32_t cyl = 0;       // its absolute address
   uint32_t head = 0;
   uint8_t record = 0;                  // record number R from the count field
   const unsigned char* key = nullptr;  // null when the key length is 0
   uint32_t keyLength = 0;
-  const unsigned char* data = nullptr; // never null for a returned block
-  uint32_t dataLength = 0;             // > 0 (a length of 0 is the EOF record)
+  const unsigned char* data = nullptr;  // never null for a returned block
+  uint32_t dataLength = 0;              // > 0 (a length of 0 is the EOF record)
 };
 
 // Results of BlockReader::next (and of the readers built on it).
 enum BlockResult {
-  kBlockRead = 1,              // a block was returned
-  kBlockEnd = 0,               // end of data; see endReason()
-  kBlockUnreadable = -1,       // a track could not be read
-  kBlockOutsideExtents = -2,   // the start track is not inside the extents
-  kBlockMissing = -3,          // the start record is not on its track
-  kBlockBadTrack = -4,         // a count field runs past the track's record area
-  kBlockDamagedDataSet = -5    // the data set's DSCB chain is damaged (DataSetInfo::damage)
+  kBlockRead = 1,             // a block was returned
+  kBlockEnd = 0,              // end of data; see endReason()
+  kBlockUnreadable = -1,      // a track could not be read
+  kBlockOutsideExtents = -2,  // the start track is not inside the extents
+  kBlockMissing = -3,         // the start record is not on its track
+  kBlockBadTrack = -4,        // a count field runs past the track's record area
+  kBlockDamagedDataSet = -5   // the data set's DSCB chain is damaged (DataSetInfo::damage)
 };
 
 // Why reading ended (valid after next() returned 0).
@@ -102,18 +102,18 @@ class CKDVOL_EXPORT BlockReader {
   ExtentMap map_;
   std::string damage_;
   bool sequential_ = false;
-  uint32_t pointerTrack_ = 0;   // last-block pointer (TTT) and record
+  uint32_t pointerTrack_ = 0;  // last-block pointer (TTT) and record
   uint8_t pointerRecord_ = 0;
   bool pointerSet_ = false;
   bool usePointer_ = false;
 
-  uint32_t relTrack_ = 0;       // the track being read
+  uint32_t relTrack_ = 0;  // the track being read
   uint32_t cyl_ = 0;
   uint32_t head_ = 0;
-  uint32_t nextOffset_ = 0;     // slot offset of the next count field on that track
+  uint32_t nextOffset_ = 0;  // slot offset of the next count field on that track
   bool trackLoaded_ = false;
-  uint8_t startRecord_ = 0;     // > 0: the first block must be this record
-  int state_ = kBlockRead;      // kBlockRead while reading; else the final result
+  uint8_t startRecord_ = 0;  // > 0: the first block must be this record
+  int state_ = kBlockRead;   // kBlockRead while reading; else the final result
   EndOfData end_ = EndOfData::kNotYet;
   Block last_;
   std::string error_;

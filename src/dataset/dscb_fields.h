@@ -21,14 +21,14 @@ namespace ckdvol {
 
 constexpr int kDscbKeyLength = 44;
 constexpr int kDscbDataLength = 96;
-constexpr int kDscbFormatId = 44;           // EBCDIC digit F0..F9
+constexpr int kDscbFormatId = 44;  // EBCDIC digit F0..F9
 constexpr int kF3Extents = 13;
 constexpr int kF9Format3Slots = 10;
 constexpr unsigned char kLargeFormatFlag = 0x08;  // DS1FLAG1: large-format data set
 
 struct DataSetDscbFields {
-  int name, created, expires, extentCount, lastDirBytes, flag1, referenced, dsorg, recfm,
-      blksize, lrecl, keyLength, lastBlock, trackBalance, lastTrackHigh, extents, next;
+  int name, created, expires, extentCount, lastDirBytes, flag1, referenced, dsorg, recfm, blksize,
+      lrecl, keyLength, lastBlock, trackBalance, lastTrackHigh, extents, next;
 };
 
 struct DscbFields {

@@ -47,8 +47,8 @@ bool ExtentMap::toCylHead(uint32_t relTrack, uint32_t& cyl, uint32_t& head) cons
   if (relTrack >= total_) return false;
   // The last extent whose first relative track is not above relTrack; empty
   // extents share their successor's first track, so this is never one.
-  const size_t i =
-      static_cast<size_t>(std::upper_bound(first_.begin(), first_.end(), relTrack) - first_.begin()) - 1;
+  const auto after = std::upper_bound(first_.begin(), first_.end(), relTrack);
+  const size_t i = static_cast<size_t>(after - first_.begin()) - 1;
   const Extent& e = extents_[i];
   const uint64_t track =
       static_cast<uint64_t>(e.lowCyl) * heads_ + e.lowHead + (relTrack - first_[i]);

@@ -32,11 +32,11 @@ struct RecordAddress {
 
 // One extent as a DSCB holds it, decoded.
 struct Extent {
-  uint8_t type = 0;       // 00: unused slot; 01 data; 40 user labels; 80/81 cylinder bound
-  uint8_t sequence = 0;   // the extent's sequence number as stored
-  uint32_t lowCyl = 0;    // first track of the extent
+  uint8_t type = 0;      // 00: unused slot; 01 data; 40 user labels; 80/81 cylinder bound
+  uint8_t sequence = 0;  // the extent's sequence number as stored
+  uint32_t lowCyl = 0;   // first track of the extent
   uint32_t lowHead = 0;
-  uint32_t highCyl = 0;   // last track of the extent (inclusive)
+  uint32_t highCyl = 0;  // last track of the extent (inclusive)
   uint32_t highHead = 0;
 };
 

@@ -15,13 +15,13 @@ namespace {
 
 // Directory block and entry.
 constexpr uint32_t kBlockLength = 256;
-constexpr uint32_t kBlockUsed = 0;      // u16, bytes used including itself
+constexpr uint32_t kBlockUsed = 0;  // u16, bytes used including itself
 constexpr uint32_t kFirstEntry = 2;
-constexpr uint32_t kEntryName = 0;      // 8 bytes
-constexpr uint32_t kEntryTT = 8;        // u16
+constexpr uint32_t kEntryName = 0;  // 8 bytes
+constexpr uint32_t kEntryTT = 8;    // u16
 constexpr uint32_t kEntryR = 10;
 constexpr uint32_t kEntryIndicator = 11;
-constexpr uint32_t kEntryFixed = 12;    // user data follows
+constexpr uint32_t kEntryFixed = 12;  // user data follows
 constexpr uint32_t kNameLength = 8;
 constexpr uint8_t kAliasBit = 0x80;
 constexpr uint8_t kUserTtrMask = 0x60;
@@ -33,19 +33,19 @@ constexpr size_t kStatsExtendedLength = 40;
 constexpr int kStVersion = 0;
 constexpr int kStModification = 1;
 constexpr int kStFlags = 2;
-constexpr int kStSeconds = 3;          // packed
-constexpr int kStCreated = 4;          // 0cyydddF
-constexpr int kStChanged = 8;          // 0cyydddF
-constexpr int kStHour = 12;            // packed
-constexpr int kStMinute = 13;          // packed
-constexpr int kStCurrent = 14;         // u16
-constexpr int kStInitial = 16;         // u16
-constexpr int kStModified = 18;        // u16
-constexpr int kStUserId = 20;          // 8 EBCDIC
+constexpr int kStSeconds = 3;    // packed
+constexpr int kStCreated = 4;    // 0cyydddF
+constexpr int kStChanged = 8;    // 0cyydddF
+constexpr int kStHour = 12;      // packed
+constexpr int kStMinute = 13;    // packed
+constexpr int kStCurrent = 14;   // u16
+constexpr int kStInitial = 16;   // u16
+constexpr int kStModified = 18;  // u16
+constexpr int kStUserId = 20;    // 8 EBCDIC
 constexpr int kStUserIdLength = 8;
-constexpr int kStCurrentExt = 28;      // u32, extended form
-constexpr int kStInitialExt = 32;      // u32
-constexpr int kStModifiedExt = 36;     // u32
+constexpr int kStCurrentExt = 28;   // u32, extended form
+constexpr int kStInitialExt = 32;   // u32
+constexpr int kStModifiedExt = 36;  // u32
 constexpr uint8_t kStExtendedFlag = 0x20;
 
 std::string asciiTrimmed(const unsigned char* p, size_t n) {
@@ -99,7 +99,8 @@ bool decodeStatistics(uint8_t indicator, const std::vector<unsigned char>& userD
     return false;
   }
   MemberStatistics s;
-  if (!decodePackedDate(u + kStCreated, s.created) || !decodePackedDate(u + kStChanged, s.changed)) {
+  if (!decodePackedDate(u + kStCreated, s.created) ||
+      !decodePackedDate(u + kStChanged, s.changed)) {
     return false;
   }
   s.version = u[kStVersion];
@@ -156,9 +157,9 @@ int readDirectory(EmulatedCKDfile& file, const DataSetInfo& ds, std::vector<Memb
         resolveAliases(members);
         return kDirectoryOk;
       }
-      const uint32_t length =
-          used - pos >= kEntryFixed ? kEntryFixed + 2u * (e[kEntryIndicator] & kHalfwordMask)
-                                    : kEntryFixed;
+      const uint32_t length = used - pos >= kEntryFixed
+                                  ? kEntryFixed + 2u * (e[kEntryIndicator] & kHalfwordMask)
+                                  : kEntryFixed;
       if (length > used - pos) {
         error = blockText(b) + ": the entry at offset " + std::to_string(pos) + " needs " +
                 std::to_string(length) + " bytes but only " + std::to_string(used - pos) +

@@ -41,11 +41,11 @@ namespace ckdvol {
 
 // Directory statistics in the common layout, decoded.
 struct MemberStatistics {
-  uint8_t version = 0;        // 0..99
-  uint8_t modification = 0;   // 0..99
-  uint8_t flags = 0;          // byte 2 as stored
-  bool extended = false;      // 40-byte form with 32-bit line counts
-  YearDay created;            // empty when stored as zero
+  uint8_t version = 0;       // 0..99
+  uint8_t modification = 0;  // 0..99
+  uint8_t flags = 0;         // byte 2 as stored
+  bool extended = false;     // 40-byte form with 32-bit line counts
+  YearDay created;           // empty when stored as zero
   YearDay changed;
   uint8_t changedHour = 0;    // 0..23
   uint8_t changedMinute = 0;  // 0..59
@@ -53,24 +53,24 @@ struct MemberStatistics {
   uint32_t currentLines = 0;
   uint32_t initialLines = 0;
   uint32_t modifiedLines = 0;
-  std::string userId;         // ASCII, trailing blanks removed
+  std::string userId;  // ASCII, trailing blanks removed
 };
 
 // One directory entry.
 struct MemberInfo {
-  std::string name;           // ASCII (code page 037), trailing blanks removed
-  uint16_t track = 0;         // TT: relative track of the first block
-  uint8_t record = 0;         // R: its record number
-  uint8_t indicator = 0;      // as stored
-  bool alias = false;         // indicator bit 80
+  std::string name;       // ASCII (code page 037), trailing blanks removed
+  uint16_t track = 0;     // TT: relative track of the first block
+  uint8_t record = 0;     // R: its record number
+  uint8_t indicator = 0;  // as stored
+  bool alias = false;     // indicator bit 80
   // For an alias: the name of the first entry in directory order that is not
   // an alias and has the same TTR; empty when there is none.
   std::string aliasOf;
-  uint8_t userTtrs = 0;       // (indicator >> 5) & 3: user TTRs in the user data
+  uint8_t userTtrs = 0;                 // (indicator >> 5) & 3: user TTRs in the user data
   std::vector<unsigned char> userData;  // 2 x (indicator & 1F) bytes as stored
   bool hasStatistics = false;
-  MemberStatistics statistics;  // valid when hasStatistics
-  RecordAddress directoryBlock; // the directory block that holds the entry
+  MemberStatistics statistics;   // valid when hasStatistics
+  RecordAddress directoryBlock;  // the directory block that holds the entry
 };
 
 // Results of readDirectory and memberSize beyond the BlockResult codes.

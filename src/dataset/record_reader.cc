@@ -23,10 +23,12 @@ std::string blockText(const Block& b) {
 
 Deblocking deblockingFor(uint8_t recfm) {
   switch (recfm & kRecfmFormatMask) {
-    case kRecfmF: return Deblocking::kFixed;
-    case kRecfmV: return (recfm & kRecfmSpanned) != 0 ? Deblocking::kVariableSpanned
-                                                     : Deblocking::kVariable;
-    default: return Deblocking::kUndefined;
+    case kRecfmF:
+      return Deblocking::kFixed;
+    case kRecfmV:
+      return (recfm & kRecfmSpanned) != 0 ? Deblocking::kVariableSpanned : Deblocking::kVariable;
+    default:
+      return Deblocking::kUndefined;
   }
 }
 
@@ -79,12 +81,11 @@ int RecordReader::nextBlock() {
                                          " bytes are too short for a BDW");
       }
       const uint16_t ll = loadBe16(block_.data);
-      const uint32_t length = (ll & kExtendedBdw) != 0 ? loadBe32(block_.data) & 0x7FFFFFFF
-                                                       : ll;
+      const uint32_t length = (ll & kExtendedBdw) != 0 ? loadBe32(block_.data) & 0x7FFFFFFF : ll;
       if (length != block_.dataLength) {
         return fail(kRecordBadBlock, where() + ": BDW says " + std::to_string(length) +
-                                         " but the block has " +
-                                         std::to_string(block_.dataLength) + " bytes");
+                                         " but the block has " + std::to_string(block_.dataLength) +
+                                         " bytes");
       }
       pos_ = kDescriptor;
       break;
@@ -144,8 +145,7 @@ int RecordReader::nextSlow(LogicalRecord& r) {
     if (ll < kDescriptor || ll > end_ - pos_) {
       return fail(kRecordBadBlock, where() + ": " + word + " at offset " + std::to_string(pos_) +
                                        " says " + std::to_string(ll) + " but " +
-                                       std::to_string(end_ - pos_) +
-                                       " bytes remain in the block");
+                                       std::to_string(end_ - pos_) + " bytes remain in the block");
     }
     const unsigned char* data = p + kDescriptor;
     const uint32_t length = ll - kDescriptor;
@@ -163,8 +163,8 @@ int RecordReader::nextSlow(LogicalRecord& r) {
         return fail(kRecordBadSegment, where() + ": a " +
                                            (segment == kSegmentFirst ? "first" : "complete") +
                                            " segment at offset " + std::to_string(pos_ - ll) +
-                                           " while the record begun in " +
-                                           blockText(joinedFrom_) + " has no last segment");
+                                           " while the record begun in " + blockText(joinedFrom_) +
+                                           " has no last segment");
       }
       if (segment == kSegmentComplete) {
         r.data = data;

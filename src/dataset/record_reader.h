@@ -45,7 +45,7 @@ namespace ckdvol {
 struct LogicalRecord {
   const unsigned char* data = nullptr;  // null only when `length` is 0
   uint32_t length = 0;
-  const unsigned char* key = nullptr;   // the block's key; null when none
+  const unsigned char* key = nullptr;  // the block's key; null when none
   uint32_t keyLength = 0;
   // The block that held it. For a joined spanned record: the address of its
   // first segment's block, with `block.key` and `block.data` null (that
@@ -68,10 +68,10 @@ CKDVOL_EXPORT Deblocking deblockingFor(uint8_t recfm);
 
 // Results of RecordReader::next beyond the BlockResult codes it passes on.
 enum RecordResult {
-  kRecordBadBlock = -10,     // a block's lengths contradict the record format
-  kRecordBadSegment = -11,   // a spanned record's segments are out of order
-  kRecordTooLong = -12,      // a spanned record would exceed kMaxSpannedRecord
-  kRecordBadLrecl = -13      // fixed-length records with LRECL 0
+  kRecordBadBlock = -10,    // a block's lengths contradict the record format
+  kRecordBadSegment = -11,  // a spanned record's segments are out of order
+  kRecordTooLong = -12,     // a spanned record would exceed kMaxSpannedRecord
+  kRecordBadLrecl = -13     // fixed-length records with LRECL 0
 };
 
 // Longest joined spanned record accepted (bounds memory on hostile volumes).
@@ -114,8 +114,8 @@ class CKDVOL_EXPORT RecordReader {
     return nextSlow(r);
   }
   const std::string& error() const { return error_; }
-  uint64_t blocksRead() const { return blocksRead_; }   // blocks taken from the block reader
-  uint64_t bytesRead() const { return bytesRead_; }     // the sum of their data lengths
+  uint64_t blocksRead() const { return blocksRead_; }  // blocks taken from the block reader
+  uint64_t bytesRead() const { return bytesRead_; }    // the sum of their data lengths
 
  private:
   int nextSlow(LogicalRecord& r);
@@ -126,9 +126,9 @@ class CKDVOL_EXPORT RecordReader {
   BlockReader& blocks_;
   Deblocking mode_;
   uint32_t lrecl_;
-  Block block_;               // the block being cut
-  uint32_t pos_ = 0;          // next byte of block_.data
-  uint32_t end_ = 0;          // end of the records in block_.data
+  Block block_;                             // the block being cut
+  uint32_t pos_ = 0;                        // next byte of block_.data
+  uint32_t end_ = 0;                        // end of the records in block_.data
   const unsigned char* fastPos_ = nullptr;  // fixed-length records left in block_:
   const unsigned char* fastEnd_ = nullptr;  //   [fastPos_, fastEnd_), handed out by next()
   const LogicalRecord* filled_ = nullptr;   // the object whose block fields are current

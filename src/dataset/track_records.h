@@ -15,8 +15,8 @@
 namespace ckdvol {
 
 struct TrackRecord {
-  uint32_t offset = 0;       // slot offset of the count field
-  int cyl = 0, head = 0;     // from the count field (large-cylinder decoding applied)
+  uint32_t offset = 0;    // slot offset of the count field
+  int cyl = 0, head = 0;  // from the count field (large-cylinder decoding applied)
   int record = 0;
   int keyLength = 0;
   int dataLength = 0;

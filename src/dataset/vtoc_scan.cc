@@ -76,9 +76,9 @@ struct Walk {
 
   // One 44/96 record of the walk, found by its address.
   struct Slot {
-    uint64_t key;           // addressKey()
-    unsigned char format;   // format identifier byte
-    uint32_t kept;          // index into `kept` (formats 1, 3, 8, 9), else kNone
+    uint64_t key;          // addressKey()
+    unsigned char format;  // format identifier byte
+    uint32_t kept;         // index into `kept` (formats 1, 3, 8, 9), else kNone
   };
   static constexpr uint32_t kNone = UINT32_MAX;
 
@@ -86,10 +86,10 @@ struct Walk {
   VtocInfo& out;
   bool large;
   size_t notesDropped = 0;
-  std::vector<Slot> slots;             // in walk order; sorted by key after the walk
-  std::vector<Dscb> kept;              // Format-1, -3, -8 and -9 DSCBs
-  std::vector<RecordAddress> keptAt;   //   and their addresses
-  std::vector<uint32_t> dataSets;      // indexes into `kept` of the Format-1/8 DSCBs
+  std::vector<Slot> slots;            // in walk order; sorted by key after the walk
+  std::vector<Dscb> kept;             // Format-1, -3, -8 and -9 DSCBs
+  std::vector<RecordAddress> keptAt;  //   and their addresses
+  std::vector<uint32_t> dataSets;     // indexes into `kept` of the Format-1/8 DSCBs
 
   void note(const std::string& text) {
     if (out.notes.size() < kMaxNotes) {
@@ -151,19 +151,31 @@ struct Walk {
       const unsigned char id = r.key[kDscbFormatId];
       bool keep = false;
       switch (id) {
-        case kFormat0: ++out.format0; break;
+        case kFormat0:
+          ++out.format0;
+          break;
         case kFormat1:
         case kFormat8:
           dataSets.push_back(static_cast<uint32_t>(kept.size()));
           keep = true;
           break;
-        case kFormat3: ++out.format3; keep = true; break;
+        case kFormat3:
+          ++out.format3;
+          keep = true;
+          break;
         case kFormat4:
           if (++out.format4 > 1) note("a further Format-4 DSCB at " + addressText(a));
           break;
-        case kFormat5: ++out.format5; break;
-        case kFormat9: ++out.format9; keep = true; break;
-        default: ++out.unknown; break;
+        case kFormat5:
+          ++out.format5;
+          break;
+        case kFormat9:
+          ++out.format9;
+          keep = true;
+          break;
+        default:
+          ++out.unknown;
+          break;
       }
       uint32_t k = kNone;
       if (keep) {
@@ -219,8 +231,8 @@ struct Walk {
       if (!visit(a, from, ds, visited)) return false;
       const Slot* s = find(a);
       if (s == nullptr) {
-        ds.damage = "Format-3 DSCB " + addressText(a) + " named by " + from.text() +
-                    " is not in the VTOC";
+        ds.damage =
+            "Format-3 DSCB " + addressText(a) + " named by " + from.text() + " is not in the VTOC";
         return false;
       }
       if (s->format != kFormat3) {
@@ -246,13 +258,14 @@ struct Walk {
     const DscbFields& f = dscbFields();
     for (;;) {
       if (std::find(visited.begin(), visited.end(), addressKey(a)) != visited.end()) {
-        ds.damage = "the DSCB chain loops back to " + addressText(a) + " (from " + from.text() + ")";
+        ds.damage =
+            "the DSCB chain loops back to " + addressText(a) + " (from " + from.text() + ")";
         return false;
       }
       const Slot* s = find(a);
       if (s == nullptr) {
-        ds.damage = "Format-9 DSCB " + addressText(a) + " named by " + from.text() +
-                    " is not in the VTOC";
+        ds.damage =
+            "Format-9 DSCB " + addressText(a) + " named by " + from.text() + " is not in the VTOC";
         return false;
       }
       if (s->format == kFormat3) return followFormat3(a, from, ds, visited);
@@ -381,9 +394,9 @@ int scanVtoc(EmulatedCKDfile& file, VtocInfo& out, std::string& error) {
 
   DiskLabel label;
   if (label.initialize(file) != 0) {
-    error = errno == EIO ? "track 0/0 cannot be read"
-                         : errno == 9998 ? "the VOL1 label record is not 80 bytes long"
-                                         : "track 0/0 holds no VOL1 label record";
+    error = errno == EIO    ? "track 0/0 cannot be read"
+            : errno == 9998 ? "the VOL1 label record is not 80 bytes long"
+                            : "track 0/0 holds no VOL1 label record";
     return kScanNoLabel;
   }
   char serial[7];
@@ -421,9 +434,9 @@ int scanVtoc(EmulatedCKDfile& file, VtocInfo& out, std::string& error) {
     }
   }
   if (!found || f4[kDscbFormatId] != kFormat4) {
-    error = found ? "the record at the VTOC address " + addressText(f4At) +
-                        " is not a Format-4 DSCB"
-                  : "no DSCB at the VTOC address " + addressText(f4At);
+    error = found
+                ? "the record at the VTOC address " + addressText(f4At) + " is not a Format-4 DSCB"
+                : "no DSCB at the VTOC address " + addressText(f4At);
     return kScanNoFormat4;
   }
 
@@ -448,7 +461,8 @@ int scanVtoc(EmulatedCKDfile& file, VtocInfo& out, std::string& error) {
                : f4Track;
     walk.note("the Format-4 DSCB's VTOC extent (" + std::to_string(v.lowCyl) + "/" +
               std::to_string(v.lowHead) + " to " + std::to_string(v.highCyl) + "/" +
-              std::to_string(v.highHead) + ") is unusable; the tracks up to the last active "
+              std::to_string(v.highHead) +
+              ") is unusable; the tracks up to the last active "
               "DSCB are read instead");
   }
   out.vtocFirstTrack = static_cast<uint32_t>(first);
@@ -459,7 +473,8 @@ int scanVtoc(EmulatedCKDfile& file, VtocInfo& out, std::string& error) {
 
   walk.index();
   out.dataSets.resize(walk.dataSets.size());
-  for (size_t i = 0; i < walk.dataSets.size(); ++i) walk.describe(walk.dataSets[i], out.dataSets[i]);
+  for (size_t i = 0; i < walk.dataSets.size(); ++i)
+    walk.describe(walk.dataSets[i], out.dataSets[i]);
   sortByName(out.dataSets);
   for (size_t i = 1; i < out.dataSets.size(); ++i) {
     if (out.dataSets[i].name == out.dataSets[i - 1].name) {

@@ -17,7 +17,8 @@
 //
 // Every walk is bounded: the VTOC's tracks by the extent (and the volume),
 // the records of a track by the track image, every chain by a visited set
-// and the number of DSCBs in the VTOC.
+// and a length of 64 DSCBs (255 extents need 20 Format-3 DSCBs; a longer
+// chain is damage).
 //
 // Thread safety: none; scanVtoc uses the file's track buffer (the track it
 // leaves current is unspecified). One thread per file object.
@@ -40,12 +41,12 @@ namespace ckdvol {
 constexpr int kDscbSize = 140;
 
 // DSORG first-byte bits and RECFM bits, as the DSCB stores them.
-constexpr uint16_t kDsorgPS = 0x4000;   // physical sequential
-constexpr uint16_t kDsorgDA = 0x2000;   // direct
-constexpr uint16_t kDsorgPO = 0x0200;   // partitioned
-constexpr uint16_t kDsorgVSAM = 0x0008; // second byte: VSAM (AM)
+constexpr uint16_t kDsorgPS = 0x4000;         // physical sequential
+constexpr uint16_t kDsorgDA = 0x2000;         // direct
+constexpr uint16_t kDsorgPO = 0x0200;         // partitioned
+constexpr uint16_t kDsorgVSAM = 0x0008;       // second byte: VSAM (AM)
 constexpr uint16_t kDsorgUnmovable = 0x0100;  // the U suffix (PSU, POU)
-constexpr uint8_t kRecfmFormatMask = 0xC0;  // 80 F, 40 V, C0 U, 00 none given
+constexpr uint8_t kRecfmFormatMask = 0xC0;    // 80 F, 40 V, C0 U, 00 none given
 constexpr uint8_t kRecfmF = 0x80;
 constexpr uint8_t kRecfmV = 0x40;
 constexpr uint8_t kRecfmU = 0xC0;
@@ -56,21 +57,21 @@ constexpr uint8_t kRecfmMachine = 0x02;  // machine control characters
 
 // One data set (a Format-1 or Format-8 DSCB and its chain).
 struct CKDVOL_EXPORT DataSetInfo {
-  std::string name;          // ASCII (code page 037), trailing blanks removed
-  int format = 0;            // 1 or 8
-  RecordAddress address;     // where its Format-1/8 DSCB lies
+  std::string name;                             // ASCII (code page 037), trailing blanks removed
+  int format = 0;                               // 1 or 8
+  RecordAddress address;                        // where its Format-1/8 DSCB lies
   std::array<unsigned char, kDscbSize> dscb{};  // the Format-1/8 DSCB as read
 
-  uint16_t dsorg = 0;        // both DSORG bytes, first byte high
-  uint8_t recfm = 0;         // the RECFM byte
+  uint16_t dsorg = 0;  // both DSORG bytes, first byte high
+  uint8_t recfm = 0;   // the RECFM byte
   uint16_t lrecl = 0;
   uint16_t blksize = 0;
   uint8_t keyLength = 0;
-  YearDay created;           // DS1CREDT (offset 53)
-  YearDay expires;           // DS1EXPDT (offset 56)
-  YearDay referenced;        // DS1REFD (offset 75): last referenced; empty when never recorded
+  YearDay created;     // DS1CREDT (offset 53)
+  YearDay expires;     // DS1EXPDT (offset 56)
+  YearDay referenced;  // DS1REFD (offset 75): last referenced; empty when never recorded
 
-  uint8_t extentCount = 0;   // the DSCB's extent count (offset 59) as stored
+  uint8_t extentCount = 0;  // the DSCB's extent count (offset 59) as stored
   // The extents in data set order: the DSCB's own (up to 3), then those of
   // the chained Format-3 DSCBs, as many as `extentCount` says (fewer when
   // the chain is damaged). Slots of type 00 are not listed.
@@ -84,7 +85,7 @@ struct CKDVOL_EXPORT DataSetInfo {
   uint32_t lastBlockTrack = 0;
   uint8_t lastBlockRecord = 0;
   uint16_t trackBalance = 0;
-  bool largeFormat = false;  // DS1FLAG1 (offset 61) bit 08: large-format data set
+  bool largeFormat = false;        // DS1FLAG1 (offset 61) bit 08: large-format data set
   uint8_t lastDirectoryBytes = 0;  // offset 60: bytes used in the last directory block (PDS)
 
   // Tracks in use, for listings. Rule: when the last-block pointer is not
@@ -106,23 +107,23 @@ struct CKDVOL_EXPORT DataSetInfo {
 
 // The VTOC as a whole.
 struct CKDVOL_EXPORT VtocInfo {
-  std::string volser;          // ASCII, 6 characters as stored (blanks kept)
-  RecordAddress format4At;     // the label's VTOC address: the Format-4 DSCB
-  Extent vtocExtent;           // DS4VTOCE as stored
-  uint32_t vtocFirstTrack = 0; // absolute track numbers (cyl * heads + head) walked,
-  uint32_t vtocLastTrack = 0;  //   first and last inclusive
-  uint32_t heads = 0;          // the device's real heads per cylinder
-  uint32_t cylinders = 0;      // the volume file's cylinder count
-  uint32_t dscbsPerTrack = 0;  // DS4DEVDT (offset 74) as stored; 0 when not set
-  RecordAddress lastActive;    // DS4HPCHR (offset 45): the highest Format-1 DSCB
+  std::string volser;           // ASCII, 6 characters as stored (blanks kept)
+  RecordAddress format4At;      // the label's VTOC address: the Format-4 DSCB
+  Extent vtocExtent;            // DS4VTOCE as stored
+  uint32_t vtocFirstTrack = 0;  // absolute track numbers (cyl * heads + head) walked,
+  uint32_t vtocLastTrack = 0;   //   first and last inclusive
+  uint32_t heads = 0;           // the device's real heads per cylinder
+  uint32_t cylinders = 0;       // the volume file's cylinder count
+  uint32_t dscbsPerTrack = 0;   // DS4DEVDT (offset 74) as stored; 0 when not set
+  RecordAddress lastActive;     // DS4HPCHR (offset 45): the highest Format-1 DSCB
 
-  uint32_t dscbRecords = 0;    // 44/96 records met in the walk
-  uint32_t format0 = 0;        // empty DSCBs
+  uint32_t dscbRecords = 0;  // 44/96 records met in the walk
+  uint32_t format0 = 0;      // empty DSCBs
   uint32_t format3 = 0;
-  uint32_t format4 = 0;        // the VTOC's own Format-4 DSCB included
+  uint32_t format4 = 0;  // the VTOC's own Format-4 DSCB included
   uint32_t format5 = 0;
   uint32_t format9 = 0;
-  uint32_t unknown = 0;        // any other format identifier (F2, F6, F7, ...)
+  uint32_t unknown = 0;               // any other format identifier (F2, F6, F7, ...)
   std::vector<DataSetInfo> dataSets;  // Format-1 and Format-8, sorted by name
   std::vector<std::string> notes;     // odd things that did not stop the walk
 };

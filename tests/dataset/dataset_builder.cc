@@ -1,10 +1,11 @@
 #include "dataset/dataset_builder.h"
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <stdexcept>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace ckdvol_test {
 namespace {
@@ -13,8 +14,7 @@ void check(bool ok, const std::string& what) {
   if (!ok) throw std::runtime_error("dataset builder: " + what);
 }
 
-constexpr uint32_t kD600Heads = 15;
-constexpr uint32_t kD600Slot = 56832;
+constexpr off_t kD600Heads = 15, kD600Slot = 56832;
 
 }  // namespace
 
@@ -24,77 +24,78 @@ Bytes cat(const std::vector<Bytes>& parts) {
   return all;
 }
 
-Bytes word(uint16_t length) { return {uint8_t(length >> 8), uint8_t(length), 0x00, 0x00}; }
+DataSetLayout layout(const std::string& name, std::vector<ExtentSpec> extents, int nbrExts, Cchhr next,
+                     uint8_t recfm, uint16_t lrecl) {
+  DataSetLayout l;
+  l.name = name;
+  l.extents = std::move(extents);
+  l.nbrExts = nbrExts;
+  l.next = next;
+  l.recfm = recfm;
+  l.lrecl = lrecl;
+  return l;
+}
 
-Bytes sdw(uint16_t length, uint8_t control) {
-  return {uint8_t(length >> 8), uint8_t(length), control, 0x00};
+ckdvol::VtocInfo scan(EmulatedCKDfile& file) {
+  ckdvol::VtocInfo v;
+  std::string error;
+  EXPECT_EQ(ckdvol::scanVtoc(file, v, error), ckdvol::kScanOk) << error;
+  return v;
 }
 
 Dscb format4Dscb(Cchhr lastActive, uint8_t perTrack, Cchhr vtocLow, Cchhr vtocHigh, bool large) {
   Dscb d{};
-  std::memset(d.data(), 0x04, 44);          // key: 44 x 04
-  d[44] = 0xF4;                             // format identifier
-  putCchhr(d.data() + 45, lastActive, large);  // DS4HPCHR
-  d[74] = perTrack;                         // DS4DEVDT
-  d[105] = 0x01;                            // DS4VTOCE: type, sequence 0,
-  putCchh(d.data() + 107, vtocLow.cyl, vtocLow.head, large);    //   low CCHH
-  putCchh(d.data() + 111, vtocHigh.cyl, vtocHigh.head, large);  //   high CCHH
+  std::memset(d.data(), 0x04, 44);
+  d[44] = 0xF4;
+  putCchhr(d.data() + 45, lastActive, large);
+  d[74] = perTrack;
+  d[105] = 0x01;
+  putCchh(d.data() + 107, vtocLow.cyl, vtocLow.head, large);
+  putCchh(d.data() + 111, vtocHigh.cyl, vtocHigh.head, large);
   return d;
 }
 
-void layVtoc(TestVolume& vol, Cchhr format4,
-             const std::vector<std::pair<Cchhr, std::vector<Dscb>>>& tracks) {
+void layVtoc(TestVolume& vol, Cchhr format4, const std::vector<std::pair<Cchhr, std::vector<Dscb>>>& tracks) {
   unsigned char pointer[5];
   putCchhr(pointer, format4, vol.file().largeCylinders != 0);
   vol.patchLabel(label_layout::kVtocCc, Bytes(pointer, pointer + 5));
   for (const auto& t : tracks) {
     std::vector<Record> records;
-    for (size_t i = 0; i < t.second.size(); ++i) {
-      records.push_back(dscbRecord(static_cast<uint8_t>(i + 1), t.second[i]));
-    }
+    for (const Dscb& d : t.second) records.push_back(dscbRecord(uint8_t(records.size() + 1), d));
     vol.setRecords(t.first.cyl, t.first.head, records);
   }
 }
 
 SparseLargeVolume::SparseLargeVolume(uint32_t cylinders) : path_(dir_.file("large.ckd")) {
-  check(file_.create(path_.c_str(), EmulatedCKDfile::D600, static_cast<int>(cylinders)) == 0,
-        "create");
-  cylinders_ = file_.cylinders;  // rounded up to a multiple of 1113
+  check(file_.create(path_.c_str(), EmulatedCKDfile::D600, int(cylinders)) == 0, "create");
+  const off_t size = 512 + off_t(file_.cylinders) * kD600Heads * kD600Slot;  // rounded count
   file_.close();
   const int fd = ::open(path_.c_str(), O_RDWR);
-  check(fd >= 0, "reopen");
-  check(::pwrite(fd, "CKD_XVOL", 8, 0) == 8, "stamp the header");  // header magic
-  check(::ftruncate(fd, 512 + static_cast<off_t>(cylinders_) * kD600Heads * kD600Slot) == 0,
-        "size the file");
+  check(fd >= 0 && ::pwrite(fd, "CKD_XVOL", 8, 0) == 8 && ::ftruncate(fd, size) == 0, "stamp and size");
   ::close(fd);
 }
 
 void SparseLargeVolume::setTrack(uint32_t cyl, uint16_t head, const std::vector<Record>& records) {
-  Bytes slot(kD600Slot, 0);
-  const uint16_t cc = uint16_t(cyl & 0xFFFF), hh = uint16_t(((cyl >> 16) << 4) | (head & 0xF));
-  size_t at = 0;
-  auto put = [&](const Bytes& b) {
-    if (!b.empty()) std::memcpy(slot.data() + at, b.data(), b.size());
-    at += b.size();
+  Bytes slot;
+  const uint8_t cc[2] = {uint8_t(cyl >> 8), uint8_t(cyl)};
+  const uint16_t hh = uint16_t(((cyl >> 16) << 4) | (head & 0xF));
+  auto count = [&](uint8_t r, size_t kl, size_t dl) {
+    slot.insert(slot.end(), {cc[0], cc[1], uint8_t(hh >> 8), uint8_t(hh), r, uint8_t(kl), uint8_t(dl >> 8),
+                             uint8_t(dl)});
   };
-  auto count = [&](uint8_t r, uint8_t kl, uint16_t dl) {
-    put({uint8_t(cc >> 8), uint8_t(cc), uint8_t(hh >> 8), uint8_t(hh), r, kl, uint8_t(dl >> 8),
-         uint8_t(dl)});
-  };
-  put({0x00, uint8_t(cc >> 8), uint8_t(cc), uint8_t(hh >> 8), uint8_t(hh)});  // home address
-  count(0, 0, 8);                                                             // record zero
-  put(Bytes(8, 0));
+  slot = {0x00, cc[0], cc[1], uint8_t(hh >> 8), uint8_t(hh)};  // home address
+  count(0, 0, 8);                                              // record zero, 8 zero bytes
+  slot.resize(slot.size() + 8, 0);
   for (const Record& r : records) {
-    count(r.rec, uint8_t(r.key.size()), uint16_t(r.data.size()));
-    put(r.key);
-    put(r.data);
+    count(r.rec, r.key.size(), r.data.size());
+    slot.insert(slot.end(), r.key.begin(), r.key.end());
+    slot.insert(slot.end(), r.data.begin(), r.data.end());
   }
-  put(Bytes(8, 0xFF));  // end of track
+  slot.resize(slot.size() + 8, 0xFF);  // end of track
+  slot.resize(size_t(kD600Slot), 0);
   const int fd = ::open(path_.c_str(), O_RDWR);
-  check(fd >= 0, "open for a track");
-  const off_t offset = 512 + (static_cast<off_t>(cyl) * kD600Heads + head) * kD600Slot;
-  check(::pwrite(fd, slot.data(), slot.size(), offset) == static_cast<ssize_t>(slot.size()),
-        "write a track");
+  const off_t at = 512 + (off_t(cyl) * kD600Heads + head) * kD600Slot;
+  check(fd >= 0 && ::pwrite(fd, slot.data(), slot.size(), at) == ssize_t(slot.size()), "write a track");
   ::close(fd);
 }
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "dataset/block_reader.h"
 #include "dataset/dataset_builder.h"
 
@@ -34,112 +36,96 @@ Bytes patched(Bytes b, size_t at, unsigned char v) {
   return b;
 }
 
+// "v.m created changed hh:mm:ss current/initial/modified user [x]", or "-".
+std::string statsText(uint8_t indicator, const Bytes& data) {
+  MemberStatistics s;
+  if (!decodeStatistics(indicator, data, s)) return "-";
+  char t[128];
+  std::snprintf(t, sizeof t, "%d.%d %d/%d %d/%d %02d:%02d:%02d %u/%u/%u %s%s", s.version, s.modification,
+                s.created.year, s.created.day, s.changed.year, s.changed.day, s.changedHour, s.changedMinute,
+                s.changedSecond, s.currentLines, s.initialLines, s.modifiedLines, s.userId.c_str(),
+                s.extended ? " x" : "");
+  return t;
+}
+
 TEST(PdsDirectoryTest, StatisticsOnlyWhereTheLayoutFits) {
   struct Case {
     uint8_t indicator;
     Bytes data;
-    bool ok;
+    std::string text;
   } cases[] = {
-      {0x0F, kStats30, true},
-      {0x14, kStats40, true},
-      {0x0F, patched(kStats30, 11, 0x7F), false},  // changed day 367
-      {0x0F, patched(kStats30, 12, 0x24), false},  // hour 24
-      {0x0F, patched(kStats30, 3, 0x3A), false},   // seconds digit A
-      {0x0F, patched(kStats30, 2, 0x20), false},   // extended flag on 30 bytes
-      {0x14, patched(kStats40, 2, 0x00), false},   // 40 bytes without the flag
-      {0x2F, kStats30, false},                     // one user TTR: a load module
-      {0x0F, patched(kStats30, 0, 100), false},    // version 100
-      {0x10, cat({kStats30, {0, 0}}), false},      // 32 bytes
+      {0x0F, kStats30, "1.5 2024/32 2025/365 13:45:37 100/50/10 IBMUSER"},
+      {0x14, kStats40, "2.0 1999/366 0/0 00:00:00 100000/50000/7 U1 x"},
+      {0x0F, patched(kStats30, 11, 0x7F), "-"},  // changed day 367
+      {0x0F, patched(kStats30, 12, 0x24), "-"},  // hour 24
+      {0x0F, patched(kStats30, 3, 0x3A), "-"},   // seconds digit A
+      {0x0F, patched(kStats30, 2, 0x20), "-"},   // extended flag on 30 bytes
+      {0x14, patched(kStats40, 2, 0x00), "-"},   // 40 bytes without the flag
+      {0x2F, kStats30, "-"},                     // one user TTR: a load module
+      {0x0F, patched(kStats30, 0, 100), "-"},    // version 100
+      {0x10, cat({kStats30, {0, 0}}), "-"},      // 32 bytes
   };
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
-    MemberStatistics s;
-    EXPECT_EQ(decodeStatistics(cases[i].indicator, cases[i].data, s), cases[i].ok) << i;
+    EXPECT_EQ(statsText(cases[i].indicator, cases[i].data), cases[i].text) << i;
   }
-  MemberStatistics s;
-  ASSERT_TRUE(decodeStatistics(0x0F, kStats30, s));
-  EXPECT_EQ(s.version * 100 + s.modification, 105);
-  EXPECT_EQ(s.created.year * 1000 + s.created.day, 2024032);
-  EXPECT_EQ(s.changed.year * 1000 + s.changed.day, 2025365);
-  EXPECT_EQ(s.changedHour * 10000 + s.changedMinute * 100 + s.changedSecond, 134537);
-  EXPECT_EQ(s.currentLines * 10000 + s.initialLines * 100 + s.modifiedLines, 1005010u);
-  EXPECT_EQ(s.userId, "IBMUSER");
-  EXPECT_FALSE(s.extended);
-  ASSERT_TRUE(decodeStatistics(0x14, kStats40, s));
-  EXPECT_TRUE(s.extended);
-  EXPECT_TRUE(s.changed.empty());
-  EXPECT_EQ(s.created.year * 1000 + s.created.day, 1999366);
-  EXPECT_EQ(s.currentLines, 100000u);
-  EXPECT_EQ(s.initialLines, 50000u);
-  EXPECT_EQ(s.modifiedLines, 7u);
-  EXPECT_EQ(s.userId, "U1");
 }
 
 // A RECFM=U library on D430 (30 heads), extents 0/20 .. 1/19; member i has a
 // block of 18000 bytes of i and one of 50 * i bytes of 0x10 + i, so member
-// i starts on relative track i (the directory shares track 0 with MOD01).
+// i starts on relative track i - 1 (MOD01 shares track 0 with the directory).
 TEST(PdsDirectoryTest, LoadLibraryWithAliasesStatisticsAndSizesPastTrackFifteen) {
   TestVolume vol(EmulatedCKDfile::D430, 3);
   std::vector<PdsMember> members;
   for (int i = 1; i <= 18; ++i) {
-    PdsMember m;
-    m.name = (i < 10 ? "MOD0" : "MOD") + std::to_string(i);
-    m.blocks = {Bytes(18000, uint8_t(i)), Bytes(50 * i, uint8_t(0x10 + i))};
-    members.push_back(m);
+    members.push_back({(i < 10 ? "MOD0" : "MOD") + std::to_string(i),
+                       {Bytes(18000, uint8_t(i)), Bytes(50 * i, uint8_t(0x10 + i))}, {}});
   }
-  PdsLayoutOptions options;
-  options.directoryBlocks = 3;
-  const std::vector<ExtentSpec> extents = {{0, 20, 1, 19}};
-  const PdsPlacement p = writePds(vol, extents, members, options);
+  const PdsPlacement p = writePds(vol, {{0, 20, 1, 19}}, members);
   ASSERT_EQ(p.memberTT[17], 17);
-  // The directory, written by hand over the three blocks.
   auto entry = [&](int i, const Bytes& user = {}, uint8_t flags = 0) {
     return dirEntry(members[i - 1].name, p.memberTT[i - 1], p.memberR[i - 1], user, flags);
   };
-  std::vector<Bytes> block2;
-  for (int i = 4; i <= 17; ++i) block2.push_back(entry(i));
-  const Cchhr t0 = p.tracks[0];
-  vol.putRecord(t0.cyl, t0.head, directoryRecord(1, text("MOD03"),
-      directoryBlock({dirEntry("ALIAS1", p.memberTT[1], p.memberR[1], {}, 0x80), entry(1, kStats30),
-                      entry(2, kStats40), entry(3, Bytes(8, 0x00), 0x20)})));
-  vol.putRecord(t0.cyl, t0.head, directoryRecord(2, text("MOD17"), directoryBlock(block2)));
-  vol.putRecord(t0.cyl, t0.head, directoryRecord(3, text("ORPHAN"),
-      directoryBlock({entry(18, patched(kStats30, 11, 0x7F)), dirEntry("ORPHAN", 0x7777, 1, {}, 0x80),
-                      endEntry()})));
-  DataSetLayout l = pdsDataSet("LOAD.LIB", 0, 18432, extents);
+  // The directory, written by hand: an alias of MOD02, statistics (30 and 40
+  // bytes, and 30 bytes that do not fit), a load module with one user TTR,
+  // members past relative track 15, an alias whose main member is missing.
+  vol.putRecord(p.tracks[0].cyl, p.tracks[0].head, directoryRecord(1, text("ORPHAN"), directoryBlock({
+      dirEntry("ALIAS1", p.memberTT[1], p.memberR[1], {}, 0x80), entry(1, kStats30), entry(2, kStats40),
+      entry(3, Bytes(8, 0x00), 0x20), entry(15), entry(16), entry(18, patched(kStats30, 11, 0x7F)),
+      dirEntry("ORPHAN", 0x7777, 1, {}, 0x80), endEntry()})));
+  DataSetLayout l = pdsDataSet("LOAD.LIB", 0, 18432, {{0, 20, 1, 19}});
   l.recfm = 0xC0;
   vol.writeVtoc({format1Dscb(l)});
-  VtocInfo v;
-  std::string error;
-  ASSERT_EQ(scanVtoc(vol.file(), v, error), kScanOk) << error;
+  const VtocInfo v = scan(vol.file());
   const DataSetInfo& ds = v.dataSets.at(0);
   std::vector<MemberInfo> dir;
+  std::string error;
   ASSERT_EQ(readDirectory(vol.file(), ds, dir, error), kDirectoryOk) << error;
-  ASSERT_EQ(dir.size(), 20u);
-  EXPECT_EQ(dir[0].name + ">" + dir[0].aliasOf, "ALIAS1>MOD02");
-  EXPECT_EQ(dir[19].name + ">" + dir[19].aliasOf, "ORPHAN>");
-  EXPECT_TRUE(dir[19].alias);
-  EXPECT_FALSE(dir[2].alias);
-  EXPECT_EQ(dir[1].statistics.userId, "IBMUSER");
-  EXPECT_TRUE(dir[2].hasStatistics && dir[2].statistics.extended);
-  EXPECT_EQ(dir[3].userTtrs * 100 + dir[3].userData.size(), 108u);
-  EXPECT_FALSE(dir[3].hasStatistics);
-  EXPECT_FALSE(dir[18].hasStatistics);
-  EXPECT_EQ(dir[18].directoryBlock.record, 3);
-  EXPECT_EQ(dir[18].directoryBlock.head, 20u);
-  for (int i : {1, 15, 16, 18}) {
-    const MemberInfo& m = dir[size_t(i)];
+  std::vector<std::string> got;  // name, alias of, user TTRs, user data, statistics, TTR
+  for (const MemberInfo& m : dir) {
+    got.push_back(m.name + (m.alias ? " alias of '" + m.aliasOf + "' " : " ") + std::to_string(m.userTtrs) +
+                  " " + std::to_string(m.userData.size()) + (m.hasStatistics ? " stats " : " - ") +
+                  std::to_string(m.track) + "/" + std::to_string(m.record));
+  }
+  EXPECT_EQ(got, std::vector<std::string>({"ALIAS1 alias of 'MOD02' 0 0 - 1/1", "MOD01 0 30 stats 0/3",
+                                           "MOD02 0 40 stats 1/1", "MOD03 1 8 - 2/1", "MOD15 0 0 - 14/1",
+                                           "MOD16 0 0 - 15/1", "MOD18 0 30 - 17/1",
+                                           "ORPHAN alias of '' 0 0 - 30583/1"}));
+  EXPECT_EQ(dir[1].statistics.userId + dir[2].statistics.userId, "IBMUSERU1");
+  for (size_t k : {1, 4, 5, 6}) {
+    const MemberInfo& m = dir[k];
+    const int i = std::stoi(m.name.substr(3));
     MemberSize size;
     ASSERT_EQ(memberSize(vol.file(), ds, m, size, error), 0) << m.name << error;
-    EXPECT_EQ(size.blocks * 1000 + size.records, 2002u) << m.name;
-    EXPECT_EQ(size.bytes, 18000u + 50u * i) << m.name;
+    EXPECT_EQ(std::vector<uint64_t>({size.blocks, size.records, size.bytes}),
+              std::vector<uint64_t>({2, 2, 18000u + 50u * i})) << m.name;
     BlockReader blocks(vol.file(), ds);
     blocks.startAt(m.track, m.record);
     Block b;
-    ASSERT_EQ(blocks.next(b), 1);
-    EXPECT_EQ(Bytes(b.data, b.data + b.dataLength), members[size_t(i - 1)].blocks[0]);
+    for (int n = 0; n < 2; ++n) {
+      ASSERT_EQ(blocks.next(b), 1);
+      EXPECT_EQ(Bytes(b.data, b.data + b.dataLength), members[size_t(i - 1)].blocks[size_t(n)]);
+    }
     EXPECT_EQ(b.cyl * 100 + b.head, i <= 10 ? 19u + i : 100u + (i - 11)) << m.name;
-    ASSERT_EQ(blocks.next(b), 1);
-    EXPECT_EQ(Bytes(b.data, b.data + b.dataLength), members[size_t(i - 1)].blocks[1]);
     EXPECT_EQ(blocks.next(b), 0);
   }
 }
@@ -160,9 +146,8 @@ TEST(PdsDirectoryTest, MalformedBlocksAreNamedByAddress) {
     TestVolume vol(EmulatedCKDfile::D600, 3);
     vol.setRecords(1, 0, {c.block, eofRecord(2)});
     vol.writeVtoc({format1Dscb(pdsDataSet("P", 80, 3120, {{1, 0, 1, 0}}))});
-    VtocInfo v;
+    const VtocInfo v = scan(vol.file());
     std::string error;
-    ASSERT_EQ(scanVtoc(vol.file(), v, error), kScanOk);
     std::vector<MemberInfo> dir;
     EXPECT_EQ(readDirectory(vol.file(), v.dataSets[0], dir, error), kDirectoryMalformed);
     EXPECT_EQ(error, c.error);

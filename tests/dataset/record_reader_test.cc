@@ -13,30 +13,15 @@ namespace {
 
 using namespace ckdvol_test;
 
-Bytes ascii(const std::string& s) { return Bytes(s.begin(), s.end()); }
-
-DataSetLayout dataSet(const std::string& name, std::vector<ExtentSpec> extents, uint8_t recfm,
-                      uint16_t lrecl, uint16_t dsorg = 0x4000) {
-  DataSetLayout l;
-  l.name = name;
-  l.extents = std::move(extents);
-  l.recfm = recfm;
-  l.lrecl = lrecl;
-  l.dsorg = dsorg;
-  return l;
-}
-
-VtocInfo scan(TestVolume& vol, const std::vector<DataSetLayout>& sets) {
+VtocInfo vtocOf(TestVolume& vol, const std::vector<DataSetLayout>& sets) {
   std::vector<Dscb> dscbs;
   for (const DataSetLayout& l : sets) dscbs.push_back(format1Dscb(l));
   vol.writeVtoc(dscbs);
-  VtocInfo v;
-  std::string error;
-  if (scanVtoc(vol.file(), v, error) != kScanOk) ADD_FAILURE() << error;
-  return v;
+  return scan(vol.file());
 }
 
-// "cyl/head/record" of every block, and the result that ended the walk.
+// "cyl/head/record " of every block, then the result that ended the walk and
+// the end reason (0 not yet, 1 EOF record, 2 last-block pointer, 3 extents).
 std::string walk(BlockReader& blocks) {
   std::string s;
   Block b;
@@ -44,7 +29,7 @@ std::string walk(BlockReader& blocks) {
   while ((rc = blocks.next(b)) == kBlockRead) {
     s += std::to_string(b.cyl) + "/" + std::to_string(b.head) + "/" + std::to_string(b.record) + " ";
   }
-  return s + std::to_string(rc);
+  return s + std::to_string(rc) + " " + std::to_string(int(blocks.endReason()));
 }
 
 // Extents 0/17 .. 1/1 and 3/5 .. 3/6 on 19 heads: relative tracks 0 to 5 are
@@ -59,24 +44,22 @@ TEST(BlockReaderTest, EndOfDataByEofRecordPointerOrExtents) {
   vol.setRecords(2, 0, {eofRecord(1)});
   vol.setRecords(2, 1, {dataRecord(1, ascii("ZZZZ"))});
   vol.setRecords(2, 2, {});
-  VtocInfo v = scan(vol, {dataSet("SEQ", {{0, 17, 1, 1}, {3, 5, 3, 6}}, 0x90, 4),
-                          dataSet("EMPTY", {{2, 0, 2, 0}}, 0x90, 4),
-                          dataSet("NOEOF", {{2, 1, 2, 2}}, 0x90, 4)});
-  const std::string all = "0/17/1 0/17/2 0/18/1 1/1/1 1/1/2 ";
+  VtocInfo v = vtocOf(vol, {layout("SEQ", {{0, 17, 1, 1}, {3, 5, 3, 6}}), layout("EMPTY", {{2, 0, 2, 0}}),
+                            layout("NOEOF", {{2, 1, 2, 2}})});
+  const std::string all = "0/17/1 0/17/2 0/18/1 1/1/1 1/1/2 0 1";
   struct Case {
     uint32_t track;
     uint8_t record;
     uint16_t dsorg;
     bool usePointer;
     std::string blocks;
-    EndOfData end;
   } cases[] = {
-      {0, 0, 0x4000, true, all, EndOfData::kEofRecord},                         // no pointer
-      {3, 1, 0x4000, true, "0/17/1 0/17/2 0/18/1 1/1/1 ", EndOfData::kLastBlock},
-      {1, 1, 0x4000, true, "0/17/1 0/17/2 0/18/1 ", EndOfData::kLastBlock},
-      {5, 1, 0x4000, true, all, EndOfData::kEofRecord},                         // EOF comes first
-      {1, 1, 0x4000, false, all, EndOfData::kEofRecord},                        // pointer not asked for
-      {1, 1, 0x0200, true, all, EndOfData::kEofRecord},                         // not sequential
+      {0, 0, 0x4000, true, all},  // no pointer
+      {3, 1, 0x4000, true, "0/17/1 0/17/2 0/18/1 1/1/1 0 2"},
+      {1, 1, 0x4000, true, "0/17/1 0/17/2 0/18/1 0 2"},
+      {5, 1, 0x4000, true, all},   // the EOF record comes first
+      {1, 1, 0x4000, false, all},  // pointer not asked for
+      {1, 1, 0x0200, true, all},   // not sequential
   };
   for (const Case& c : cases) {
     DataSetInfo ds = *findDataSet(v, "SEQ");
@@ -85,24 +68,17 @@ TEST(BlockReaderTest, EndOfDataByEofRecordPointerOrExtents) {
     ds.dsorg = c.dsorg;
     BlockReader blocks(vol.file(), ds);
     blocks.startDataSet(c.usePointer);
-    EXPECT_EQ(walk(blocks), c.blocks + "0") << c.track << "/" << int(c.record);
-    EXPECT_EQ(blocks.endReason(), c.end);
+    EXPECT_EQ(walk(blocks), c.blocks) << c.track << "/" << int(c.record);
   }
-  BlockReader empty(vol.file(), *findDataSet(v, "EMPTY"));
-  EXPECT_EQ(walk(empty), "0");
-  EXPECT_EQ(empty.endReason(), EndOfData::kEofRecord);
-  BlockReader noEof(vol.file(), *findDataSet(v, "NOEOF"));
-  EXPECT_EQ(walk(noEof), "2/1/1 0");
-  EXPECT_EQ(noEof.endReason(), EndOfData::kExtents);
+  BlockReader empty(vol.file(), *findDataSet(v, "EMPTY")), noEof(vol.file(), *findDataSet(v, "NOEOF"));
+  EXPECT_EQ(walk(empty) + "|" + walk(noEof), "0 1|2/1/1 0 3");
   BlockReader at(vol.file(), *findDataSet(v, "SEQ"));
   at.startAt(3, 2);
-  EXPECT_EQ(walk(at), "1/1/2 0");
+  EXPECT_EQ(walk(at), "1/1/2 0 1");
   at.startAt(0, 9);
-  EXPECT_EQ(walk(at), std::to_string(kBlockMissing));
-  EXPECT_EQ(at.error(), "record 9 is not on track 0/17 (relative track 0)");
+  EXPECT_EQ(walk(at) + " " + at.error(), "-3 0 record 9 is not on track 0/17 (relative track 0)");
   at.startAt(6, 1);
-  EXPECT_EQ(walk(at), std::to_string(kBlockOutsideExtents));
-  EXPECT_EQ(at.error(), "relative track 6 lies outside the data set's 6 tracks");
+  EXPECT_EQ(walk(at) + " " + at.error(), "-2 0 relative track 6 lies outside the data set's 6 tracks");
 }
 
 // Each case is a data set of one track, 2/i, holding the blocks and an EOF.
@@ -111,35 +87,31 @@ TEST(RecordReaderTest, DeblocksEveryRecordFormatAndNamesBadBlocks) {
     uint8_t recfm;
     uint16_t lrecl;
     std::vector<Bytes> blocks;
-    std::string records;  // each record as "key:data|" or "data|"
-    int result;
-    std::string error;
+    std::string records;  // each record as "key:data|" or "data|", then the result and error
   } cases[] = {
       {0x50, 0, {cat({word(15), word(6), ascii("AB"), word(5), ascii("C")}),  // VB
-                 cat({word(15), word(4), word(7), ascii("XYZ")})}, "AB|C||XYZ|", 0, ""},
-      {0x40, 0, {cat({word(9), word(5), ascii("V")})}, "V|", 0, ""},           // V
-      {0x58, 0, {cat({word(11), sdw(7, 0x01), ascii("HEL")}),                  // VBS: first,
-                 cat({word(11), sdw(7, 0x03), ascii("LO ")}),                  //   middle,
-                 cat({word(18), sdw(9, 0x02), ascii("WORLD"), sdw(5, 0x00), ascii("X")})},  // last, complete
-       "HELLO WORLD|X|", 0, ""},
-      {0xC0, 0, {ascii("ONE"), ascii("TWO22"), ascii("3")}, "ONE|TWO22|3|", 0, ""},  // U
-      {0x90, 3, {ascii("abcdef")}, "K1:abc|K1:def|", 0, ""},                   // FB, keyed
-      {0x50, 0, {cat({word(20), word(6), ascii("AB"), word(6), ascii("CD")})}, "", kRecordBadBlock,
-       "block 2/5/1: BDW says 20 but the block has 16 bytes"},
-      {0x50, 0, {cat({word(16), word(30), ascii("AB"), Bytes(6, 0)})}, "", kRecordBadBlock,
-       "block 2/6/1: RDW at offset 4 says 30 but 12 bytes remain in the block"},
-      {0x90, 80, {Bytes(3130, 0x40)}, "", kRecordBadBlock,
-       "block 2/7/1: 3130 bytes are not a multiple of LRECL 80"},
-      {0x58, 0, {cat({word(11), sdw(7, 0x02), ascii("END")})}, "", kRecordBadSegment,
-       "block 2/8/1: a last segment at offset 4 without a first segment"},
-      {0x58, 0, {cat({word(11), sdw(7, 0x01), ascii("BEG")}), cat({word(9), sdw(5, 0x00), ascii("X")})},
-       "", kRecordBadSegment,
-       "block 2/9/2: a complete segment at offset 4 while the record begun in block 2/9/1 has no "
+                 cat({word(15), word(4), word(7), ascii("XYZ")})}, "AB|C||XYZ|0 "},
+      {0x40, 0, {cat({word(9), word(5), ascii("V")})}, "V|0 "},  // V
+      {0x58, 0, {cat({word(11), word(7, 0x01), ascii("HEL")}),  // VBS: first,
+                 cat({word(11), word(7, 0x03), ascii("LO ")}),  //   middle,
+                 cat({word(18), word(9, 0x02), ascii("WORLD"), word(5, 0x00), ascii("X")})},  // last, complete
+       "HELLO WORLD|X|0 "},
+      {0xC0, 0, {ascii("ONE"), ascii("TWO22"), ascii("3")}, "ONE|TWO22|3|0 "},  // U
+      {0x90, 3, {ascii("abcdef")}, "K1:abc|K1:def|0 "},                         // FB, keyed
+      {0x50, 0, {cat({word(20), word(6), ascii("AB"), word(6), ascii("CD")})},
+       "-10 block 2/5/1: BDW says 20 but the block has 16 bytes"},
+      {0x50, 0, {cat({word(16), word(30), ascii("AB"), Bytes(6, 0)})},
+       "-10 block 2/6/1: RDW at offset 4 says 30 but 12 bytes remain in the block"},
+      {0x90, 80, {Bytes(3130, 0x40)}, "-10 block 2/7/1: 3130 bytes are not a multiple of LRECL 80"},
+      {0x58, 0, {cat({word(11), word(7, 0x02), ascii("END")})},
+       "-11 block 2/8/1: a last segment at offset 4 without a first segment"},
+      {0x58, 0, {cat({word(11), word(7, 0x01), ascii("BEG")}), cat({word(9), word(5, 0x00), ascii("X")})},
+       "-11 block 2/9/2: a complete segment at offset 4 while the record begun in block 2/9/1 has no "
        "last segment"},
-      {0x58, 0, {cat({word(11), sdw(7, 0x01), ascii("BEG")})}, "", kRecordBadSegment,
-       "the data ends inside a spanned record begun in block 2/10/1"},
-      {0x50, 0, {Bytes{0x00, 0x02}}, "", kRecordBadBlock, "block 2/11/1: 2 bytes are too short for a BDW"},
-      {0x80, 0, {ascii("F")}, "", kRecordBadLrecl, "fixed-length records with LRECL 0"},
+      {0x58, 0, {cat({word(11), word(7, 0x01), ascii("BEG")})},
+       "-11 the data ends inside a spanned record begun in block 2/10/1"},
+      {0x50, 0, {Bytes{0x00, 0x02}}, "-10 block 2/11/1: 2 bytes are too short for a BDW"},
+      {0x80, 0, {ascii("F")}, "-13 fixed-length records with LRECL 0"},
   };
   TestVolume vol(EmulatedCKDfile::D300, 4);
   std::vector<DataSetLayout> sets;
@@ -147,18 +119,17 @@ TEST(RecordReaderTest, DeblocksEveryRecordFormatAndNamesBadBlocks) {
     std::vector<Record> records;
     for (const Bytes& b : cases[i].blocks) {
       const uint8_t r = uint8_t(records.size() + 1);
-      records.push_back(cases[i].recfm == 0x90 && cases[i].lrecl == 3 ? keyedRecord(r, ascii("K1"), b)
-                                                                      : dataRecord(r, b));
+      records.push_back(cases[i].lrecl == 3 ? keyedRecord(r, ascii("K1"), b) : dataRecord(r, b));
     }
     records.push_back(eofRecord(uint8_t(records.size() + 1)));
     vol.setRecords(2, i, records);
-    sets.push_back(dataSet("CASE" + std::to_string(i), {{2, i, 2, i}}, cases[i].recfm, cases[i].lrecl));
+    sets.push_back(layout("CASE" + std::to_string(i), {{2, i, 2, i}}, -1, {}, cases[i].recfm, cases[i].lrecl));
   }
-  VtocInfo v = scan(vol, sets);
+  VtocInfo v = vtocOf(vol, sets);
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
-    const Case& c = cases[i];
-    BlockReader blocks(vol.file(), *findDataSet(v, "CASE" + std::to_string(i)));
-    RecordReader reader(blocks, *findDataSet(v, "CASE" + std::to_string(i)));
+    const DataSetInfo& ds = *findDataSet(v, "CASE" + std::to_string(i));
+    BlockReader blocks(vol.file(), ds);
+    RecordReader reader(blocks, ds);
     std::string got;
     LogicalRecord r;
     int rc;
@@ -166,18 +137,15 @@ TEST(RecordReaderTest, DeblocksEveryRecordFormatAndNamesBadBlocks) {
       if (r.keyLength > 0) got += std::string(r.key, r.key + r.keyLength) + ":";
       got += std::string(r.data, r.data + r.length) + "|";
     }
-    EXPECT_EQ(got, c.records) << i;
-    EXPECT_EQ(rc, c.result) << i;
-    EXPECT_EQ(reader.error(), c.error) << i;
-    EXPECT_EQ(reader.next(r), c.result) << i;  // stays at its end
+    EXPECT_EQ(got + std::to_string(rc) + " " + reader.error(), cases[i].records) << i;
+    EXPECT_EQ(reader.next(r), rc) << i;  // stays at its end
   }
   // Raw mode hands out the VB blocks whole.
   BlockReader blocks(vol.file(), *findDataSet(v, "CASE0"));
   RecordReader raw(blocks, *findDataSet(v, "CASE0"), true);
   LogicalRecord r;
-  ASSERT_EQ(raw.next(r), 1);
-  EXPECT_EQ(r.length, 15u);
-  ASSERT_EQ(raw.next(r), 1);
+  ASSERT_EQ(raw.next(r) * 100 + r.length, 115u);
+  EXPECT_EQ(raw.next(r), 1);
   EXPECT_EQ(raw.next(r), 0);
   EXPECT_EQ(raw.bytesRead(), 30u);
   // Records into two objects in turn: each gets the block's key and address.
