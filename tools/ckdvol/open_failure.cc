@@ -169,7 +169,7 @@ std::string openFailureCause(const std::string& path, int rc, int savedErrno, co
     }
     case F::kOpenBadTrackSize: {
       const F::DeviceInfo* d = F::findDeviceByFileCode(h[ckdvol::kHdrDeviceCode]);
-      char type[8];
+      char type[16];
       std::snprintf(type, sizeof type, "%04X", d != nullptr ? static_cast<unsigned>(d->type) : 0u);
       return "damaged header: it says tracks of " + bytesText(ckdvol::loadLe32(h + ckdvol::kHdrTrackSize)) +
              ", but device type " + type + " has tracks of " +
