@@ -82,6 +82,13 @@ dataset d300.ckd 13312 "C1$(printf '40%.0s' {1..43})F1" 01 "02 00 C0 00 17 70 00
 [ -x "$GEN" ] && "$GEN" pds.ckd && "$GEN" p300.ckd d300 || { echo "FAIL: CKDVOL_MAKE_TEST_PDS is not the generator"; exit 1; }
 cp pds.ckd pds0.ckd
 cp p300.ckd vtoc300.ckd; poke vtoc300.ckd $((512 + 13312 + 29 + 45)) "00 01 00 0E 01"   # last active DSCB 1/14/1
+# the directory block of TEST.PDS (data of 1/0/1) rewritten: ALPHA with statistics
+# (version 1.2, created 2024.031, changed 2024.060 13:37:45, 3/3/1 lines, USER01),
+# BETA, EMPTY made an alias of BETA, FAR, the end entry; and a damaged copy
+dirblock=$((512 + 15 * SLOT + 37))
+stats="C1D3D7C8C1404040 0000 03 0F 01 02 00 45 0124031F 0124060F 13 37 0003 0003 0001 E4E2C5D9F0F14040 0000"
+cp pds.ckd stats.ckd; poke stats.ckd $dirblock "005C $stats C2C5E3C140404040 000101 00 C5D4D7E3E8404040 000101 80 C6C1D94040404040 019002 00 FFFFFFFFFFFFFFFF 000000 00"
+cp pds.ckd dmg.ckd; poke dmg.ckd $dirblock "0500"                      # 1280 bytes used
 printf 'int a[2] = {0};\n\tx\nend\n' >brackets
 # files that are not (whole) volumes, and volumes made sparse
 mkdir dir.ckd; : >empty.ckd
@@ -180,6 +187,11 @@ absent | vtoc $V | 1 | err | ~^ckdvol: $V: No such file or directory$
 # a member that cannot be read shows ? and makes status 1, naming the track and the cause
 pds | pds list $V TEST.PDS | 1 | out | =5 | out | ~^MEMBER +ALIAS-OF +TTR +RECORDS +BYTES | out | ~^ALPHA +000003 +3 +240$ | out | ~^EMPTY +000201 +0 +0$ | out | ~^FAR +019002 +\? +\?$ | err | member FAR of TEST.PDS cannot be read: relative track 400 lies outside the data set's 21 tracks
 p300 | pds list $V test.pds | 0 | out | =7 | out | ~^LATE +000C01 +1 +80$ | err | =0
+stats | pds list $V TEST.PDS | 1 | out | ~^ALPHA +000003 +3 +240 +01.02 +2024.031 +2024.060 13:37:45 +3 +3 +1 +USER01$ | out | ~^EMPTY +BETA +000101 +100 +8000$
+stats | pds list --json $V TEST.PDS | 1 | out | "aliasOf": "BETA" | out | "userId": "USER01" | out | "changed": "2024.060"
+stats | pds read $V TEST.PDS empty | 0 | out | =100 | out | ~^BETA 99$
+dmg | pds list $V TEST.PDS | 1 | err | ckdvol: $V: the directory of TEST.PDS is damaged: directory block 1/0/1 says 1280 bytes used | out | =0
+dmg | pds read $V TEST.PDS ALPHA | 1 | err | directory block 1/0/1 | out | =0
 pds | pds list --json $V TEST.PDS | 1 | out | "dataSet": "TEST.PDS" | out | "ttr": "000003" | out | "bytes": 8000 | out | "error": "relative track 400
 pds | pds read $V TEST.PDS alpha | 0 | out | =3 | out | ~^ALPHA 0$ | out | ~^ALPHA 2$
 pds | pds read $V test.pds BETA | 0 | out | =100 | out | ~^BETA 99$

@@ -145,7 +145,8 @@ int readDirectoryOrFail(ScannedVolume& v, const ckdvol::DataSetInfo& ds,
   const int rc = ckdvol::readDirectory(v.file, ds, members, error);
   if (rc != ckdvol::kDirectoryOk) {
     return fail(v.path, "the directory of " + ds.name + " is damaged: " + error + " (" +
-                            count(members.size(), "entry") + " read before it)");
+                            std::to_string(members.size()) + (members.size() == 1 ? " entry" : " entries") +
+                            " read before it)");
   }
   return kExitOk;
 }
@@ -173,7 +174,8 @@ int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::Member
     if (render == Render::kData && refuseBinaryOnTerminal && ::isatty(::fileno(out)) == 1) {
       return fail(v.path, what + " has undefined-length records (RECFM " + recfmText(ds.recfm) +
                               "): binary blocks such as a load module, not written to a terminal; "
-                              "redirect standard output to a file, or give --text to see them as text");
+                              "redirect standard output to a file, give --raw to write them anyway, or --text to see "
+                              "them as text");
     }
   }
   stats.binary = render != Render::kText;
