@@ -89,6 +89,7 @@ dirblock=$((512 + 15 * SLOT + 37))
 stats="C1D3D7C8C1404040 0000 03 0F 01 02 00 45 0124031F 0124060F 13 37 0003 0003 0001 E4E2C5D9F0F14040 0000"
 cp pds.ckd stats.ckd; poke stats.ckd $dirblock "005C $stats C2C5E3C140404040 000101 00 C5D4D7E3E8404040 000101 80 C6C1D94040404040 019002 00 FFFFFFFFFFFFFFFF 000000 00"
 cp pds.ckd dmg.ckd; poke dmg.ckd $dirblock "0500"                      # 1280 bytes used
+cp pds.ckd cut.ckd; poke cut.ckd $((512 + 16 * SLOT + 3149 + 6)) 0C2F  # BETA's second block (1/1/2): 3119 bytes
 printf 'int a[2] = {0};\n\tx\nend\n' >brackets
 # files that are not (whole) volumes, and volumes made sparse
 mkdir dir.ckd; : >empty.ckd
@@ -192,6 +193,9 @@ stats | pds list --json $V TEST.PDS | 1 | out | "aliasOf": "BETA" | out | "userI
 stats | pds read $V TEST.PDS empty | 0 | out | =100 | out | ~^BETA 99$
 dmg | pds list $V TEST.PDS | 1 | err | ckdvol: $V: the directory of TEST.PDS is damaged: directory block 1/0/1 says 1280 bytes used | out | =0
 dmg | pds read $V TEST.PDS ALPHA | 1 | err | directory block 1/0/1 | out | =0
+# a member that breaks after its first block: what came before is written, status 1, no extracted file
+cut | pds read $V TEST.PDS BETA | 1 | out | =39 | err | TEST.PDS(BETA): block 1/1/2: 3119 bytes are not a multiple of LRECL 80; the output is incomplete: 39 records written before it
+cut | pds extract $V TEST.PDS $W/cutx | 1 | err | cutx/BETA: removed: member BETA was not extracted whole | out | 2 members of TEST.PDS written
 pds | pds list --json $V TEST.PDS | 1 | out | "dataSet": "TEST.PDS" | out | "ttr": "000003" | out | "bytes": 8000 | out | "error": "relative track 400
 pds | pds read $V TEST.PDS alpha | 0 | out | =3 | out | ~^ALPHA 0$ | out | ~^ALPHA 2$
 pds | pds read $V test.pds BETA | 0 | out | =100 | out | ~^BETA 99$
@@ -305,6 +309,7 @@ ok "create: header bytes, 30 slots" [ "$(peek new.ckd 0 26) $(size new.ckd)" = \
   "$(printf CKD_XVOL | od -An -tx1 | tr -d ' \n')0f00000000de0000aa030200000002000000 $((512 + 30 * SLOT))" ]
 ok "info wrote nothing to a level-0 file" cmp -s old.ckd old0.ckd
 ok "refused creates left no file" [ -z "$(ls x.ckd y.ckd z.ckd w.ckd 2>/dev/null)" ]
+ok "a member cut short leaves no file, the others are written" [ ! -e cutx/BETA -a -e cutx/ALPHA ]
 # 80 cylinders take long enough that SIGTERM normally lands mid-way; a
 # volume finished before it must be complete.
 "$TOOL" create big.ckd D600 --cylinders 80 >out 2>err & pid=$!
