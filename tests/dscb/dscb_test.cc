@@ -242,8 +242,7 @@ Rec dataSetRecord(unsigned char id) {
   r[93] = 0x80, r[94] = 0xC0, r[97] = 0x0A;  // DSind / AllocFlag / SecAq
   r[100] = 0x05;                            // LastTTR 000005
   r[101] = 0x12, r[102] = 0x34;             // track balance 4660
-  const unsigned char ext[3][8] = {{0, 0, 0, 1, 0, 0, 0, 14}, {0, 1, 0, 0, 0, 1, 0, 14},
-                                   {0, 2, 0, 0, 0, 2, 0, 4}};
+  const unsigned char ext[3][8] = {{0, 0, 0, 1, 0, 0, 0, 14}, {0, 1, 0, 0, 0, 1, 0, 14}, {0, 2, 0, 0, 0, 2, 0, 4}};
   for (int i = 0; i < 3; ++i) {
     r[105 + 10 * i] = 0x81;                       // type
     r[106 + 10 * i] = static_cast<unsigned char>(i);  // sequence
@@ -272,10 +271,9 @@ TEST(DscbTest, DataSetAttributes) {
   Format1DSCB f1(r.data());
   r[44] = 0xF8;
   Format8DSCB f8(r.data());
-  EXPECT_EQ(std::vector<int>({f1.getBlkSize(), f1.getLrecl(), f1.getDSorg(), f1.getRecfm(), f1.nbrExts}),
-            std::vector<int>({6401, 336, 0x0201, 0x90, 255}));
-  EXPECT_EQ(std::vector<int>({f8.getBlkSize(), f8.getLrecl(), f8.getDSorg(), f8.getRecfm(), f8.nbrExts}),
-            std::vector<int>({6401, 336, 0x0201, 0x90, 255}));
+  const std::vector<int> want = {6401, 336, 0x0201, 0x90, 255};
+  EXPECT_EQ(std::vector<int>({f1.getBlkSize(), f1.getLrecl(), f1.getDSorg(), f1.getRecfm(), f1.nbrExts}), want);
+  EXPECT_EQ(std::vector<int>({f8.getBlkSize(), f8.getLrecl(), f8.getDSorg(), f8.getRecfm(), f8.nbrExts}), want);
   EXPECT_EQ(f1.raw, f1.dscb);
 }
 
@@ -308,18 +306,12 @@ TEST(DscbTest, ExtentLookupAcrossChainedFormat3Dscbs) {
       if (row.large) r[120] = 0x10, r[124] = 0x1E;  // extent 2 HH: cylinder 1 + (1 << 16)
       std::unique_ptr<GenericDSCB> d = make(r);
       d->largeCylinders = row.large;
-      int c0, h0, c1, h1, t0, t1, n;
-      if (id == 0xF1) {
-        auto& f = static_cast<Format1DSCB&>(*d);
-        for (size_t k = 0; k < row.chain.size(); ++k)
-          f.f3List.set(static_cast<int>(k), row.chain[k] ? chained(row.chain[k]) : nullptr);
-        n = f.getExtent(row.i, c0, h0, c1, h1, t0, t1);
-      } else {
-        auto& f = static_cast<Format8DSCB&>(*d);
-        for (size_t k = 0; k < row.chain.size(); ++k)
-          f.f3List.set(static_cast<int>(k), row.chain[k] ? chained(row.chain[k]) : nullptr);
-        n = f.getExtent(row.i, c0, h0, c1, h1, t0, t1);
-      }
+      int c0, h0, c1, h1, t0, t1;
+      auto lookup = [&](auto& f) {
+        for (size_t k = 0; k < row.chain.size(); ++k) f.f3List.set(int(k), row.chain[k] ? chained(row.chain[k]) : nullptr);
+        return f.getExtent(row.i, c0, h0, c1, h1, t0, t1);
+      };
+      int n = id == 0xF1 ? lookup(static_cast<Format1DSCB&>(*d)) : lookup(static_cast<Format8DSCB&>(*d));
       std::vector<int> want = {row.loCyl, row.loHead, row.hiCyl, row.hiHead, row.loTrk, row.hiTrk};
       if (row.tracks == 0) want.assign(6, -1);
       EXPECT_EQ(n, row.tracks) << row.name << " F" << (id & 0xF);

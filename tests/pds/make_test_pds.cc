@@ -32,12 +32,11 @@ int main(int argc, char** argv) {
       DataSetLayout pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 10, 2, 5}});
       vol.writeVtoc({format1Dscb(pds)});
       std::vector<PdsMember> members = {{"ALPHA", textBlocks("ALPHA", 3, 80, 39), {}}};
-      for (int i = 0; i < 4; ++i) members.push_back({"FILL" + std::to_string(i), textBlocks("FILL", 1, 80, 39), {}});
-      members.push_back({"LATE", textBlocks("LATE", 1, 80, 39), {}});
-      opts.recordsPerTrack = 1;  // fillers on tracks 4 .. 11
-      if (writePds(vol, pds.extents, members, opts).memberTT.back() != 12) {
-        throw std::runtime_error("LATE is not on relative track 12");
+      for (const char* m : {"FILL0", "FILL1", "FILL2", "FILL3", "LATE"}) {
+        members.push_back({m, textBlocks(m[0] == 'F' ? "FILL" : m, 1, 80, 39), {}});
       }
+      opts.recordsPerTrack = 1;  // fillers on tracks 4 .. 11
+      if (writePds(vol, pds.extents, members, opts).memberTT.back() != 12) throw std::runtime_error("LATE not on TT 12");
     } else {
       DataSetLayout pds = pdsDataSet("TEST.PDS", 80, 3120, {{1, 0, 2, 5}});
       DataSetLayout seq = pdsDataSet("TEST.SEQ", 80, 3120, {{2, 14, 2, 14}});

@@ -1,13 +1,12 @@
 // Test-side partitioned data set builder on top of the volume builder:
-// directory entries and blocks composed byte by byte from the layout below
-// (independently of the library's DirEnt code), and writePds, which puts a
-// directory and members onto a data set's tracks. Failures throw
-// std::runtime_error naming the step.
+// directory entries and blocks composed byte by byte (independently of the
+// library's DirEnt code), and writePds, which puts a directory and members onto
+// a data set's tracks. Failures throw std::runtime_error naming the step.
 //
-// Directory block (data length 256, key 8 = name of the block's last entry):
-//   0 bytes used u16 BE (these two included) | 2 entries back to back
-// Entry: 0 name (8, EBCDIC, blank padded) | 8 TT u16 BE | 10 R | 11 indicator
-//        (low 5 bits: halfwords of user data) | 12 user data
+// Directory block (data 256, key 8 = name of the block's last entry): bytes
+// used u16 (these two included), then the entries. Entry: name (8, EBCDIC,
+// blank padded), TT u16, R, indicator (low 5 bits: halfwords of user data),
+// user data.
 #ifndef CKDVOL_TESTS_SUPPORT_PDS_BUILDER_H_
 #define CKDVOL_TESTS_SUPPORT_PDS_BUILDER_H_
 
@@ -19,22 +18,14 @@
 
 namespace ckdvol_test {
 
-namespace pds_layout {
-constexpr int kBlockSize = 256, kKeySize = 8, kUsed = 0, kFirstEntry = 2;
-constexpr int kName = 0, kTT = 8, kR = 10, kIndicator = 11, kUserData = 12, kFixed = 12;
-constexpr uint16_t kDsorgPO = 0x0200;
-}  // namespace pds_layout
-
 using Bytes = std::vector<unsigned char>;
 
 // An entry: indicator = flags | (userData.size() / 2); user data even, <= 62.
-Bytes dirEntry(const std::string& name, uint16_t tt, uint8_t r, const Bytes& userData = {},
-               uint8_t flags = 0);
+Bytes dirEntry(const std::string& name, uint16_t tt, uint8_t r, const Bytes& userData = {}, uint8_t flags = 0);
 Bytes endEntry();  // 8 x FF, TTR 0, indicator 0
 // A 256-byte block: bytes used = 2 + the entries' lengths unless `used` >= 0.
 Bytes directoryBlock(const std::vector<Bytes>& entries, int used = -1);
-// The block with an 8-byte key (`key` zero padded or cut).
-Record directoryRecord(uint8_t rec, const Bytes& key, const Bytes& block);
+Record directoryRecord(uint8_t rec, const Bytes& key, const Bytes& block);  // key zero padded or cut to 8
 // DSORG 0200, RECFM FB.
 DataSetLayout pdsDataSet(const std::string& name, uint16_t lrecl, uint16_t blksize,
                          const std::vector<ExtentSpec>& extents);
@@ -57,16 +48,14 @@ struct PdsLayoutOptions {
 };
 struct PdsPlacement {
   std::vector<Cchhr> tracks;       // relative track -> cylinder/head (the real heads)
-  std::vector<Cchhr> memberStart;  // each member's first block (or EOF)
-  std::vector<uint16_t> memberTT;  //   its TT
+  std::vector<uint16_t> memberTT;  // each member's first block (or EOF): TT
   std::vector<uint8_t> memberR;    //   and R
   Cchhr directoryEof;              // the EOF record closing the directory
 };
-// The tracks of `extents` in order, low to high CCHH with the real heads.
-std::vector<Cchhr> dataSetTracks(TestVolume& vol, const std::vector<ExtentSpec>& extents);
 // Writes the directory (entries in member order and the end entry, in
 // `directoryBlocks` blocks) and its EOF, then each member's blocks and EOF,
-// from relative track 0 of `extents`. The VTOC is not touched.
+// from relative track 0 of `extents` (low to high CCHH, real heads). The VTOC
+// is not touched.
 PdsPlacement writePds(TestVolume& vol, const std::vector<ExtentSpec>& extents,
                       const std::vector<PdsMember>& members, const PdsLayoutOptions& options = {});
 

@@ -27,7 +27,6 @@ class ScopedTempDir {
   ~ScopedTempDir() { removeTree(path_); }
   ScopedTempDir(const ScopedTempDir&) = delete;
   ScopedTempDir& operator=(const ScopedTempDir&) = delete;
-
   const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
 
@@ -38,11 +37,7 @@ class ScopedTempDir {
         std::string n = e->d_name, p = dir + "/" + n;
         struct stat st;
         if (n == "." || n == "..") continue;
-        if (::lstat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-          removeTree(p);
-        } else {
-          ::unlink(p.c_str());
-        }
+        ::lstat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? removeTree(p) : void(::unlink(p.c_str()));
       }
       ::closedir(d);
     }

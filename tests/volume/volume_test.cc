@@ -28,13 +28,9 @@ DataSetLayout dataSet(const std::string& name, Cchhr next = Cchhr()) {
   ds.next = next;
   return ds;
 }
-std::string labelDump(const DiskLabel& label) {
+template <class T> std::string printed(T& object) {
   RexxString out;
-  return label.print(out).text();
-}
-std::string listing(DiskVtoc& vtoc) {
-  RexxString out;
-  return vtoc.print(out).text();
+  return object.print(out).text();
 }
 // Label and VTOC of `vol` read into `vtoc`; its result, errno and what it printed.
 struct Outcome {
@@ -61,7 +57,7 @@ TEST(VolumeTest, LabelAsInitialisationWritesIt) {
   EXPECT_FALSE(label.getVTOC(c, h, r));
   EXPECT_EQ(c + h + r, -3);
   // Key and Serial of a reset label translate zero bytes: empty texts.
-  EXPECT_EQ(labelDump(label).substr(0, 63),
+  EXPECT_EQ(printed(label).substr(0, 63),
             "Volume label --\n       Key: \n    Serial: ,  Security: 00\n  VTOC");
 
   TestVolume vol;
@@ -79,7 +75,7 @@ TEST(VolumeTest, LabelAsInitialisationWritesIt) {
   EXPECT_EQ(std::string(serial, 8), std::string("0X0123\0#", 8));
   ASSERT_TRUE(label.getVTOC(c, h, r));
   EXPECT_EQ(std::vector<int>({c, h, r}), std::vector<int>({0, 1, 1}));
-  EXPECT_EQ(labelDump(label),
+  EXPECT_EQ(printed(label),
             "Volume label --\n"
             "       Key: VOL1\n"
             "    Serial: 0X0123,      Security: 40\n"
@@ -115,11 +111,7 @@ TEST(VolumeTest, LabelResults) {
     TestVolume vol;
     DiskLabel label;
     ASSERT_EQ(label.initialize(vol.file()), 0);  // a label read before
-    if (row.track0.empty()) {
-      ASSERT_EQ(::truncate(vol.path().c_str(), 512 + 100), 0);
-    } else {
-      vol.setRecords(0, 0, row.track0);
-    }
+    ASSERT_EQ(row.track0.empty() ? ::truncate(vol.path().c_str(), 512 + 100) : (vol.setRecords(0, 0, row.track0), 0), 0);
     errno = 0;
     EXPECT_EQ(label.initialize(vol.file()), row.err ? -1 : 0) << row.name;
     EXPECT_EQ(errno, row.err) << row.name;
@@ -339,7 +331,7 @@ TEST(VolumeTest, VtocChainsListingAndLookup) {
 
   // The listing: Format-4, Format-5 (5 deeper), Format-1, Format-8, each with
   // its chain (Format-3 4 deeper; Format-9 then Format-3 6 deeper), summary.
-  const std::string text = listing(vtoc);
+  const std::string text = printed(vtoc);
   const char* order[] = {
       "Format 4 DSCB at 0/1/1 (000000/01/01) --\n",
       "Format 5 DSCB at 0/1/19 (000000/01/13) --\n       DSCBKey: 05050505\n",
@@ -439,9 +431,7 @@ TEST(VolumeTest, DskVolumeOpenResults) {
     int err = errno;
     EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed) << row.name;
     EXPECT_EQ(rc, row.rc) << row.name;
-    if (row.err >= 0) {
-      EXPECT_EQ(err, row.err) << row.name;
-    }
+    if (row.err >= 0) { EXPECT_EQ(err, row.err) << row.name; }
     EXPECT_EQ(v.file != nullptr, row.fileHeld) << row.name;
     EXPECT_EQ(v.ownsFile, row.fileHeld && row.how != kBorrowed) << row.name;
     EXPECT_EQ(v.label.loaded, row.labelLoaded) << row.name;
@@ -455,9 +445,7 @@ TEST(VolumeTest, DskVolumeOpenResults) {
     EXPECT_EQ(v.close(), 0) << row.name;
     EXPECT_TRUE(v.file == nullptr && !v.ownsFile && !v.label.loaded && !v.vtoc.f4.isSet()) << row.name;
     EXPECT_EQ(v.close(), 0) << row.name;
-    if (row.how == kBorrowed) {
-      EXPECT_EQ(vol.file().readTrack(0, 1, 0), 0) << row.name << ": the borrowed file stays open";
-    }
+    if (row.how == kBorrowed) { EXPECT_EQ(vol.file().readTrack(0, 1, 0), 0) << row.name << ": stays open"; }
   }
 }
 
