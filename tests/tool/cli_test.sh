@@ -230,6 +230,8 @@ vtoc300 | vtoc $V | 0 | out | ~^Format 1 DSCB at 0/1/2 | out | ~^Format-1 DSCBs:
 vtoc300 | vtoc --json $V | 0 | out | "format1": 1 | out | "tracksPerCylinder": 19 | out | "name": "TEST.PDS" | err | =0
 vtoc300 | ls $V | 0 | out | ~^TEST.PDS +F1 +PO +FB +80 +3120 .* 1/10-2/5$ | out | =0 key len err
 vtoc300 | pds read $V TEST.PDS LATE | 0 | out | ~^LATE 0$
+vtoc300 | pds replace $V TEST.PDS alpha xyz | 0 | err | looked up among the DSCBs of the VTOC's own extent | out | =0
+vtoc300 | pds read $V TEST.PDS ALPHA | 0 | out | =3 | out | ~^z$
 pds | pds replace $V TEST.PDS ALPHA two | 1 | err | member ALPHA has 3 records of 80 bytes but two gives 2 lines
 pds | pds replace $V TEST.PDS ALPHA long | 1 | err | line 2 of long has 81 characters, more than the record length 80
 pds | pds replace $V TEST.PDS ALPHA raw200 --raw | 1 | err | 200 bytes, not a whole number of 80-byte records

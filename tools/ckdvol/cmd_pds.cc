@@ -36,6 +36,7 @@
 #include "text_output.h"
 #include "tool_util.h"
 #include "volume/dsk_volume.h"
+#include "vtoc_fallback.h"
 
 namespace ckdvol_tool {
 namespace {
@@ -84,8 +85,19 @@ std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn
     rc = p->volume.open(&p->file);
   }
   if (rc != 0) {
-    status = fail(path, "cannot read the volume label or the VTOC");
-    return nullptr;
+    // A VTOC the volume classes refuse may still be read from its own
+    // extent; the data set is then looked up among those DSCBs.
+    ckdvol::VtocInfo info;
+    std::string error;
+    if (ckdvol::scanVtoc(p->file, info, error) != ckdvol::kScanOk) {
+      status = fail(path, "cannot read the volume label or the VTOC: " + error);
+      return nullptr;
+    }
+    std::fprintf(stderr,
+                 "ckdvol: note: %s: the volume classes' VTOC reader refuses this volume; the data set is "
+                 "looked up among the DSCBs of the VTOC's own extent\n",
+                 path.c_str());
+    fillFromExtent(p->file, info, p->volume.vtoc);
   }
   if (dsn.empty()) {
     status = failWith(kExitUsage, "no data set name given");
