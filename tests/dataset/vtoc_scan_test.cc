@@ -56,6 +56,14 @@ TEST(VtocScanTest, VtocCrossingACylinderOnNineteenAndThirtyHeads) {
               "B.SECOND at 0/" + last + "/1: 4/7 1/1-3/" + last);
     EXPECT_EQ(summary(findDataSet(v, "C.THIRD")), "C.THIRD at 0/" + last + "/2: 1/1 3/2-3/2");
     EXPECT_EQ(findDataSet(v, "B.SECON"), nullptr);
+    // A VTOC extent that misses the Format-4 DSCB's track: the walk falls back
+    // to the tracks up to the last active DSCB's (0/(H-1)), so 1/0 is unread.
+    vol.patchDscb(a, 105, Bytes(10, 0));
+    const VtocInfo fallback = scan(vol.file());
+    EXPECT_EQ(fallback.lastActive.head * 10 + fallback.lastActive.record, h1 * 10u + 2);
+    EXPECT_EQ(fallback.notes.at(0).substr(0, 57), "the Format-4 DSCB's VTOC extent (0/0 to 0/0) is unusable;");
+    EXPECT_EQ(findDataSet(fallback, "B.SECOND")->damage,
+              "Format-3 DSCB 1/0/1 named by Format-1 DSCB 0/" + last + "/1 is not in the VTOC");
   }
 }
 
