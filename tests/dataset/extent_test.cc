@@ -65,6 +65,7 @@ TEST(DatesTest, DscbAndPackedDates) {
   } packed[] = {
       {{0x00, 0x99, 0x36, 0x6C}, true, 1999366},  // century 0, sign C accepted
       {{0x00, 0x00, 0x00, 0x0F}, true, 0},        // no date
+      {{0x01, 0x00, 0x00, 0x1F}, true, 2000001},  // the first day
       {{0x02, 0x24, 0x03, 0x2F}, false, 0},       // century 2
       {{0x01, 0x24, 0x03, 0x2D}, false, 0},       // sign D
       {{0x01, 0x24, 0x3A, 0x1F}, false, 0},       // digit A in the day

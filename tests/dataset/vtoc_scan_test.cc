@@ -88,6 +88,7 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
       format3Dscb({{2, 1, 2, 1}}),                               // 12
       format1Dscb(layout("BAD.EXTENT", {{1, 16, 1, 16}})),       // 13: head 16 of 15
       formatIdDscb(0xF7),                                        // 14
+      format8Dscb(layout("EAV.FULL", three, 3, {0, 1, 61})),     // 15: chain not needed
   });
   const VtocInfo v = scan(vol.file());
   const std::vector<std::string> want = {
@@ -98,6 +99,7 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
       "BAD.WRONG at 0/1/4: 3/3 1/0-1/2 [DSCB 0/1/9 named by Format-1 DSCB 0/1/4 is not a Format-3 DSCB "
       "(format identifier F5)]",
       "EAV.CHAINED at 0/1/12: 4/4 1/0-2/1",
+      "EAV.FULL at 0/1/17: 3/3 1/0-1/2",
       "EAV.LISTED at 0/1/8: 4/4 1/0-2/0",
       "GOOD at 0/1/2: 1/1 1/0-1/0",
   };
