@@ -76,6 +76,7 @@ dataset ds.ckd $SLOT "E3C5E2E34BC4C1E3C1$(printf '40%.0s' {1..35})F1" 02 "40 00 
 cp ds.ckd short.ckd; truncate -s $((512 + 30 * SLOT)) short.ckd       # header says 3 cylinders
 cp ds.ckd novtoc.ckd; poke novtoc.ckd $((512 + 240)) 63               # label: VTOC at 0/1/99
 cp ds.ckd nof4.ckd; poke nof4.ckd $((512 + 240)) 02                   # label: VTOC at 0/1/2 (Format 5)
+cp ds.ckd chain.ckd; poke chain.ckd $((512 + SLOT + 29 + 3 * 148 + 59)) 05   # 5 extents, no Format-3 chain
 # d300 (19 heads): data set A, PO, U, BLKSIZE 6000, 0/2-1/3 is 21 real tracks.
 "$TOOL" create d300.ckd D300 --cylinders 2 >/dev/null
 dataset d300.ckd 13312 "C1$(printf '40%.0s' {1..43})F1" 01 "02 00 C0 00 17 70 00 00" "01 00 00 00 00 02 00 01 00 03"
@@ -183,6 +184,8 @@ bare | ls $V | 1 | err | =1 | err | ~^ckdvol: $V: no volume label | out | =0
 novtoc | vtoc $V | 1 | err | =1 | err | ckdvol: $V: the label puts the VTOC at 0/1/99, but there is no such record: the volume has no VTOC
 novtoc | label $V | 0 | out | Serial: 0X0123
 nof4 | ls $V | 1 | err | the record at the VTOC address 0/1/2 is not a Format-4 DSCB
+chain | ls $V | 0 | out | 1/0-1/14 2/3-2/4 (damaged: see the note) | err | ckdvol: note: $V: data set TEST.DATA: Format-1 DSCB 0/1/4 counts 5 extents but its chain holds 2
+chain | cat $V test.data | 1 | err | data set TEST.DATA cannot be read: Format-1 DSCB 0/1/4 counts 5 extents | out | =0
 absent | vtoc $V | 1 | err | ~^ckdvol: $V: No such file or directory$
 # pds: list, read, refusals naming file and cause (the replaces below must change nothing)
 # a member that cannot be read shows ? and makes status 1, naming the track and the cause
@@ -357,6 +360,8 @@ ok "latin1: one byte per character (X'BA' is the not sign in 500)" \
   [ "$("$TOOL" pds read pds.ckd TEST.PDS ALPHA --codepage 500 --encoding latin1 2>/dev/null | head -1 | od -An -v -tx1 | tr -d ' \n')" = 696e742061ac327c203d207b307d3b0a ]
 ok "--records: a 4-byte big-endian length before each record" \
   [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --records | od -An -v -tx1 | tr -d ' \n' | head -c 20)" = 000000508995a34081ba ]
+ok "--blocks: BETA's 3 blocks (3120, 3120, 1760 bytes) with their 4-byte lengths" \
+  [ "$("$TOOL" cat pds.ckd 'TEST.PDS(BETA)' --blocks | wc -c) $("$TOOL" cat pds.ckd 'TEST.PDS(BETA)' --blocks | head -c 4 | od -An -tx1 | tr -d ' ')" = "8012 00000c30" ]
 ok "--raw: 3 records of 80 bytes" [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --raw | wc -c)" -eq 240 ]
 [ "$(id -u)" -eq 0 ] || { chmod a-w pds0.ckd   # read opens read-only, replace does not
   row 'pds0 | pds read $V TEST.PDS BETA | 0 | out | =100'
