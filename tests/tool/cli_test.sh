@@ -90,6 +90,11 @@ dirblock=$((512 + 15 * SLOT + 37))
 stats="C1D3D7C8C1404040 0000 03 0F 01 02 00 45 0124031F 0124060F 13 37 0003 0003 0001 E4E2C5D9F0F14040 0000"
 cp pds.ckd stats.ckd; poke stats.ckd $dirblock "005C $stats C2C5E3C140404040 000101 00 C5D4D7E3E8404040 000101 80 C6C1D94040404040 019002 00 FFFFFFFFFFFFFFFF 000000 00"
 cp pds.ckd dmg.ckd; poke dmg.ckd $dirblock "0500"                      # 1280 bytes used
+# TEST.SEQ made VB (RECFM 50): on 2/14 one block (BDW 26; RDW 13 "HELLO VB1", RDW 9 "SHORT"),
+# an EOF record and the end marker; a copy whose BDW says 27
+cp pds.ckd vb.ckd; poke vb.ckd $((512 + SLOT + 29 + 2 * 148 + 84)) 50
+poke vb.ckd $((512 + 44 * SLOT + 21)) "0002000E 01 00 001A 001A0000 000D0000 C8C5D3D3D640E5C2F1 00090000 E2C8D6D9E3 0002000E 02 00 0000 FFFFFFFFFFFFFFFF"
+cp vb.ckd vbbad.ckd; poke vbbad.ckd $((512 + 44 * SLOT + 29)) 001B
 cp pds.ckd cut.ckd; poke cut.ckd $((512 + 16 * SLOT + 3149 + 6)) 0C2F  # BETA's second block (1/1/2): 3119 bytes
 printf 'int a[2] = {0};\n\tx\nend\n' >brackets
 # files that are not (whole) volumes, and volumes made sparse
@@ -224,6 +229,8 @@ pds | cat $V TEST.PDS | 1 | err | data set TEST.PDS is partitioned: name a membe
 pds | cat $V 'TEST.PDS(' | 2 | err | is neither DSN nor DSN(MEMBER)
 pds | cat $V TEST.SEQ | 1 | err | TEST.SEQ: block 2/14/1: 4096 bytes are not a multiple of LRECL 80; nothing was written
 pds | cat $V TEST.SEQ --raw --blocks | 2 | out | =0
+vb | cat $V TEST.SEQ | 0 | out | =2 | out | ~^HELLO VB1$ | out | ~^SHORT$ | err | =0
+vbbad | cat $V TEST.SEQ | 1 | err | TEST.SEQ: block 2/14/1: BDW says 27 but the block has 26 bytes | out | =0
 pds | cat $V TEST.PDS --codepage 1048 | 2 | err | '1048' is not a code page here (known: 037, 1047, 500)
 pds | cat $V TEST.PDS --encoding utf-16 | 2 | err | is not an output encoding
 # a 19-head volume whose last active DSCB lies past its VTOC (on 1/14): the
@@ -362,6 +369,9 @@ ok "--records: a 4-byte big-endian length before each record" \
   [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --records | od -An -v -tx1 | tr -d ' \n' | head -c 20)" = 000000508995a34081ba ]
 ok "--blocks: BETA's 3 blocks (3120, 3120, 1760 bytes) with their 4-byte lengths" \
   [ "$("$TOOL" cat pds.ckd 'TEST.PDS(BETA)' --blocks | wc -c) $("$TOOL" cat pds.ckd 'TEST.PDS(BETA)' --blocks | head -c 4 | od -An -tx1 | tr -d ' ')" = "8012 00000c30" ]
+ok "VB --records: each record without its RDW, after a 4-byte length; --blocks: the block whole" \
+  [ "$("$TOOL" cat vb.ckd TEST.SEQ --records | od -An -v -tx1 | tr -d ' \n') $("$TOOL" cat vb.ckd TEST.SEQ --blocks | od -An -v -tx1 | tr -d ' \n' | head -c 24)" \
+    = "00000009c8c5d3d3d640e5c2f100000005e2c8d6d9e3 0000001a001a0000000d0000" ]
 ok "--raw: 3 records of 80 bytes" [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --raw | wc -c)" -eq 240 ]
 [ "$(id -u)" -eq 0 ] || { chmod a-w pds0.ckd   # read opens read-only, replace does not
   row 'pds0 | pds read $V TEST.PDS BETA | 0 | out | =100'
