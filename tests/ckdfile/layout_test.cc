@@ -1,6 +1,7 @@
 // Device table, type texts, models, slot offsets, the track-address step, the
 // HA/count codecs and the reference accessors.
 #include <cstring>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -35,18 +36,13 @@ TEST(DeviceTable, EveryRowAndTheIdleState) {
         << std::hex << r.type;  // the table's fixed order, the file code, the geometry
     EXPECT_TRUE(f.fileDescriptor == -1 && f.currentCyl == 0xFFFFFFFFu) << std::hex << r.type;
   }
-  EXPECT_EQ(0u, T::deviceTable[11].type);
-  EXPECT_EQ(nullptr, T::findDevice(0));
-  EXPECT_EQ(nullptr, T::findDevice(0xD650));
-  EXPECT_EQ(nullptr, T::findDeviceByFileCode(0));  // the closing row is no match
-  EXPECT_EQ(nullptr, T::findDeviceByFileCode(0xAC));
+  EXPECT_TRUE(T::deviceTable[11].type == 0 && !T::findDevice(0) && !T::findDevice(0xD650));  // the closing row
+  EXPECT_TRUE(!T::findDeviceByFileCode(0) && !T::findDeviceByFileCode(0xAC));  // is no match
   T f;  // unknown types leave the object idle; a typed object is never retyped
   EXPECT_FALSE(f.setType(T::CKDtype(0xD650)));
   ASSERT_TRUE(f.setType(T::D500));
   f.setCylinders(1000);
-  EXPECT_FALSE(f.setType(T::D600));
-  EXPECT_TRUE(f.setType(T::D500));
-  EXPECT_EQ(1000u, f.cylinders);
+  EXPECT_TRUE(!f.setType(T::D600) && f.setType(T::D500) && f.cylinders == 1000);
 }
 
 TEST(ParseType, Texts) {
@@ -65,9 +61,7 @@ TEST(ParseType, Texts) {
   for (const Case& c : cases) {
     T::CKDtype type = T::D100;
     int model = 5;
-    EXPECT_EQ(c.ok, T::parseType(c.text, type, model)) << c.text;
-    EXPECT_EQ(c.type, static_cast<uint32_t>(type)) << c.text;
-    EXPECT_EQ(c.model, model) << c.text;
+    EXPECT_TRUE(c.ok == T::parseType(c.text, type, model) && c.type == type && c.model == model) << c.text;
   }
 }
 
@@ -90,8 +84,7 @@ TEST(SetModel, BoundsAndLargeCylinders) {
   }
   T f;  // only init clears the flags; it leaves latestVersion alone
   ASSERT_TRUE(f.setType(T::D600));
-  f.setCylinders(70000);
-  f.setCylinders(100);
+  f.setCylinders(70000), f.setCylinders(100);
   EXPECT_EQ(1, f.largeCylinders);
   f.latestVersion = 7, f.readOnly = 1;
   f.init(true);
@@ -120,24 +113,21 @@ TEST(Offsets, D600AndD200ThreeCoordinates) {
     const long long want = c.index < 0 ? -2 : 512 + c.index * c.f->trackSlotSize;
     EXPECT_EQ(want, c.f->getOffset(c.cyl, c.head, c.cell, c.check)) << c.cyl << "/" << c.head << "/" << c.cell;
   }
-  EXPECT_EQ(512 + 1113LL * 15 * 56832, d600.getMaxOffset());
-  EXPECT_EQ(512 + 262668LL * 15 * 56832, big.getMaxOffset());
-  EXPECT_EQ(512 + 200000LL * 2560, d200.getMaxOffset());
-  T none;
+  T none;  // no file: -1
   ASSERT_TRUE(none.setType(T::D600));
-  EXPECT_EQ(-1, none.getMaxOffset());  // no file
+  EXPECT_EQ((std::vector<long long>{512 + 1113LL * 15 * 56832, 512 + 262668LL * 15 * 56832, 512 + 200000LL * 2560, -1}),
+            (std::vector<long long>{d600.getMaxOffset(), big.getMaxOffset(), d200.getMaxOffset(), none.getMaxOffset()}));
 
   // Stepping from the first track visits every slot in file order, then reports the end.
   for (T* f : {&d200, &d600}) {
     unsigned short cell = 0, head = 0;
     unsigned int cyl = 0;
-    long long expected = 512, steps = 0;
+    long long expected = 512, steps = 0;  // the end: getMaxOffset
     for (bool beyond = false; !beyond; ++steps, expected += f->trackSlotSize) {
       ASSERT_EQ(expected, f->getOffset(cyl, head, cell, true)) << steps;
       beyond = f->increment(cell, cyl, head);
     }
-    EXPECT_EQ(f->getMaxOffset(), expected);
-    EXPECT_EQ(f == &d200 ? 200000 : 16695, steps);
+    EXPECT_TRUE(f->getMaxOffset() == expected && steps == (f == &d200 ? 200000 : 16695));
   }
 }
 
@@ -146,8 +136,7 @@ TEST(Codec, HomeAddressAndCountFields) {
   ASSERT_TRUE(f.setType(T::D600));
   Bytes buf(14, 0xEE);
   unsigned char* p = buf.data();
-  f.putHA(p, 0, 1, 2);
-  f.putCount(p, 0x1234, 5, 3, 4, 300);
+  f.putHA(p, 0, 1, 2), f.putCount(p, 0x1234, 5, 3, 4, 300);
   EXPECT_EQ(buf.data() + 13, p);
   EXPECT_EQ(hex("00 0001 0002"          // HA: flag, CC 1, HH 2
                 "1234 0005 03 04 012C"  // count: CC, HH 5, R 3, KL 4, DL 300
@@ -157,8 +146,7 @@ TEST(Codec, HomeAddressAndCountFields) {
   unsigned char flag = 9;
   unsigned int cyl, head, hac, hah;
   unsigned short r, kl, dl;
-  f.getHA(q, flag, hac, hah);
-  f.getCount(q, cyl, head, r, kl, dl);
+  f.getHA(q, flag, hac, hah), f.getCount(q, cyl, head, r, kl, dl);
   EXPECT_EQ(buf.data() + 13, q);
   EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 0x1234, 5, 3, 4, 300}), (std::vector<unsigned>{flag, hac, hah, cyl, head, r, kl, dl}));
 
@@ -180,8 +168,7 @@ TEST(Codec, HomeAddressAndCountFields) {
   T small;  // without the flag HH 0015 is head 21
   ASSERT_TRUE(small.setType(T::D600));
   for (T* g : {&f, &small}) {
-    q = large.data();
-    g->getCount(q, cyl, head, r, kl, dl);
+    q = large.data(), g->getCount(q, cyl, head, r, kl, dl);
     EXPECT_EQ(g == &f ? 100000u << 8 | 5 : 0x86A0u << 8 | 21, cyl << 8 | head);
   }
 }
@@ -192,8 +179,7 @@ TEST(Refs, AccessorsAtEveryPlace) {
   T f;
   ASSERT_TRUE(f.setType(T::D600));
   const long s = f.trackSlotSize;
-  TrackImage img(7, 3);
-  img.record(7, 3, 0, {}, 8).record(7, 3, 1, repeat(0xC1, 4), 80, {}, 0x5A).marker();
+  const TrackImage img = TrackImage(7, 3).record(7, 3, 0, {}, 8).record(7, 3, 1, repeat(0xC1, 4), 80, {}, 0x5A).marker();
   Bytes slot = img.slot(s);
   std::memcpy(slot.data() + s - 8, hex("0002 0001 09 00 0004").data(), 8);  // a count in the trailer
   std::memcpy(f.trackBuffer, slot.data(), s);
@@ -213,23 +199,17 @@ TEST(Refs, AccessorsAtEveryPlace) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.off);
-    EXPECT_EQ(c.type, f.getRefType(at(c.off)));
-    EXPECT_EQ(c.cc, f.getRefCC(at(c.off)));
-    EXPECT_EQ(c.hh, f.getRefHH(at(c.off)));
-    EXPECT_EQ(c.r, f.getRefR(at(c.off)));
-    EXPECT_EQ(c.kl, f.getRefKL(at(c.off)));
-    EXPECT_EQ(c.dl, f.getRefDL(at(c.off)));
-    EXPECT_EQ(c.key < 0 ? nullptr : f.trackBuffer + c.key, f.getRefKey(at(c.off)));
-    EXPECT_EQ(c.data < 0 ? nullptr : f.trackBuffer + c.data, f.getRefData(at(c.off)));
+    const void* ref = at(c.off);
+    EXPECT_EQ((std::vector<int>{c.type, c.cc, c.hh, c.r, c.kl, c.dl}),
+              (std::vector<int>{f.getRefType(ref), f.getRefCC(ref), f.getRefHH(ref), f.getRefR(ref), f.getRefKL(ref), f.getRefDL(ref)}));
+    EXPECT_TRUE(f.getRefKey(ref) == (c.key < 0 ? nullptr : f.trackBuffer + c.key) &&
+                f.getRefData(ref) == (c.data < 0 ? nullptr : f.trackBuffer + c.data));
     int v[5] = {11, 11, 11, 11, 11};
-    EXPECT_EQ(c.count, f.getRefCount(at(c.off), v[0], v[1], v[2], v[3], v[4]));
-    const std::vector<int> decoded = {c.cc, c.hh, c.r, c.kl, c.dl}, untouched(5, 11);
-    EXPECT_EQ(c.count ? decoded : untouched, std::vector<int>(v, v + 5));
+    EXPECT_EQ(c.count, f.getRefCount(ref, v[0], v[1], v[2], v[3], v[4]));
+    EXPECT_EQ((c.count ? std::vector<int>{c.cc, c.hh, c.r, c.kl, c.dl} : std::vector<int>(5, 11)), std::vector<int>(v, v + 5));
   }
-  EXPECT_EQ(0, f.getRefType(nullptr));
   int v = 0;
-  EXPECT_TRUE(f.getRefCount(at(s - 17), v, v, v, v, v));
-  EXPECT_FALSE(f.getRefCount(at(s - 16), v, v, v, v, v));
+  EXPECT_TRUE(f.getRefType(nullptr) == 0 && f.getRefCount(at(s - 17), v, v, v, v, v) && !f.getRefCount(at(s - 16), v, v, v, v, v));
 
   // Key and data are handed out while they end inside the buffer, into the trailer included.
   struct Area { long off; const char* count; long key, data; };
@@ -245,16 +225,15 @@ TEST(Refs, AccessorsAtEveryPlace) {
   };
   for (const Area& a : areas) {
     std::memcpy(f.trackBuffer + a.off, hex(a.count).data(), 8);
-    EXPECT_EQ(a.key < 0 ? nullptr : f.trackBuffer + a.key, f.getRefKey(at(a.off))) << a.count;
-    EXPECT_EQ(a.data < 0 ? nullptr : f.trackBuffer + a.data, f.getRefData(at(a.off))) << a.count;
+    EXPECT_TRUE(f.getRefKey(at(a.off)) == (a.key < 0 ? nullptr : f.trackBuffer + a.key) &&
+                f.getRefData(at(a.off)) == (a.data < 0 ? nullptr : f.trackBuffer + a.data)) << a.count;
   }
 
   // The walk of getRefType stops at the record area's end (s - 24).
   std::memcpy(f.trackBuffer, img.slot(s).data(), s);
   f.trackBuffer[113] = 0;  // no marker; R1 now ends at s - 25
   std::memcpy(f.trackBuffer + 27, be(s - 25 - 33, 2).data(), 2);
-  EXPECT_EQ(T::ORIENT_COUNT, f.getRefType(at(s - 25)));
-  EXPECT_EQ(0, f.getRefType(at(s - 24)));
+  EXPECT_TRUE(f.getRefType(at(s - 25)) == T::ORIENT_COUNT && f.getRefType(at(s - 24)) == 0);
   f.trackBuffer[27] = f.trackBuffer[28] = 0xFF;
   EXPECT_EQ(0, f.getRefType(at(s - 25)));
 

@@ -1,10 +1,10 @@
-// Track verification (every verifyCode and its repair) and track versioning
-// (saved copies, trailers, header version numbers, commit, rollback, verify),
-// checked against slot bytes built here and read back from the file.
+// Track verification (every verifyCode, its repair) and versioning (copies, trailers,
+// header version numbers, commit, rollback, verify) against slot bytes built here.
 #include <unistd.h>
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,22 +27,14 @@ class Volume : public testing::Test {
   void make(unsigned cyls) {
     f.close();
     cyls_ = cyls;
-    ASSERT_TRUE(writeD600(path, cyls));
-    ASSERT_EQ(0, f.open(path.c_str(), false));
+    ASSERT_TRUE(writeD600(path, cyls) && f.open(path.c_str(), false) == 0);
   }
-  void reopen() {
-    ASSERT_EQ(0, f.close());
-    ASSERT_EQ(0, f.open(path.c_str(), false));
-  }
-  void activate() {
-    ASSERT_EQ(0, f.enableVersion());
-    reopen();
-  }
+  void reopen() { ASSERT_TRUE(f.close() == 0 && f.open(path.c_str(), false) == 0); }
+  void activate() { ASSERT_TRUE(f.enableVersion() == 0 && f.close() == 0 && f.open(path.c_str(), false) == 0); }
   // readTrack, record zero's data := fill, writeTrack.
   void rewrite(unsigned cyl, unsigned short head, unsigned char fill) {
     ASSERT_EQ(0, f.readTrack(cyl, head, 0));
-    std::memset(f.trackBuffer + 13, fill, 8);
-    f.trackDirty = 1;
+    std::memset(f.trackBuffer + 13, fill, 8), f.trackDirty = 1;
     ASSERT_EQ(0, f.writeTrack());
   }
   uint64_t dataEnd() const { return slotAt(cyls_, 0); }
@@ -50,7 +42,6 @@ class Volume : public testing::Test {
   Bytes trailerAt(uint64_t at) { return readAt(path, at + kSlot - 16, 16); }
   Bytes versionBytes() { return readAt(path, 26, 8); }  // "VER0", active u16 LE, latest u16 LE
   Bytes buffer() const { return Bytes(f.trackBuffer, f.trackBuffer + kSlot); }
-  bool forgotten() const { return f.currentCyl == 0xFFFFFFFFu && f.currentHead == 0xFFFF && f.currentCell == 0xFFFF; }
   // Makes (cyl, head) current with `image` (and `trail`) in the buffer only.
   void load(unsigned cyl, unsigned short head, const TrackImage& image, const Bytes& trail = {}) {
     ASSERT_EQ(0, f.readTrack(cyl, head, 0));
@@ -70,25 +61,21 @@ TEST_F(Verify, ImageCodesAndRepairs) {
   enum After { kSound, kReformatted, kCutToR0, kMarkerAtBad };
   struct Case { const char* name; TrackImage image; unsigned short code; After after; long bad; };
   auto track = [](std::initializer_list<std::pair<uint16_t, uint16_t>> ids) {  // R0 at 0/5, then (cyl, R) with DL 10
-    TrackImage t(0, 5);
-    t.record(0, 5, 0, {}, 8);
+    TrackImage t = TrackImage(0, 5).record(0, 5, 0, {}, 8);
     for (auto id : ids) t.record(id.first, 5, static_cast<uint8_t>(id.second), {}, 10, {}, 0x44);
     return t.marker();
   };
-  TrackImage full(0, 5);  // a record ending exactly at the limit, then the marker
-  full.record(0, 5, 0, {}, 8).record(0, 5, 1, {}, static_cast<uint16_t>(kLimit - 29)).marker();
-  TrackImage over(0, 5);  // one byte more
-  over.record(0, 5, 0, {}, 8).record(0, 5, 1, {}, 50, {}, 0x11).record(0, 5, 2, hex("AA"), static_cast<uint16_t>(kLimit + 1 - 79 - 9));
-  TrackImage rich(0, 5);  // records of another address (all the same one), count-only records anywhere
-  rich.record(0, 5, 0, {}, 8).record(7, 9, 1, hex("C1C2"), 20).record(0, 0, 0, {}, 0).record(7, 9, 2, {}, 100).record(1, 1, 0, {}, 0).marker();
-  TrackImage wrap(0, 5);  // 655 count-only records pass; record 656 is bad: 65605 wraps to 69
-  wrap.record(0, 5, 0, {}, 8);
+  // full: a record ending exactly at the limit, then the marker; over: one byte more; rich: records of
+  // another address (all the same one), count-only records anywhere; wrap: 655 count-only records
+  // pass, record 656 is bad: 65605 wraps to 69.
+  const TrackImage r0 = TrackImage(0, 5).record(0, 5, 0, {}, 8), full = TrackImage(r0).record(0, 5, 1, {}, kLimit - 29).marker(),
+      over = TrackImage(r0).record(0, 5, 1, {}, 50, {}, 0x11).record(0, 5, 2, hex("AA"), kLimit + 1 - 79 - 9),
+      rich = TrackImage(r0).record(7, 9, 1, hex("C1C2"), 20).record(0, 0, 0, {}, 0).record(7, 9, 2, {}, 100).record(1, 1, 0, {}, 0).marker();
+  TrackImage wrap = r0;
   for (int i = 0; i < 655; ++i) wrap.record(0, 5, 0, {}, 0);
   wrap.record(0, 5, 0, {}, 1).marker();
   const Case cases[] = {
-      {"empty", emptyTrack(0, 5), 0, kSound, 0},
-      {"rich", rich, 0, kSound, 0},
-      {"full", full, 0, kSound, 0},
+      {"empty", emptyTrack(0, 5), 0, kSound, 0}, {"rich", rich, 0, kSound, 0}, {"full", full, 0, kSound, 0},
       {"HA names head 4", TrackImage(0, 4).record(0, 5, 0, {}, 8).marker(), 2, kReformatted, 0},
       {"R0 numbered 1", TrackImage(0, 5).record(0, 5, 1, {}, 8).marker(), 3, kReformatted, 0},
       {"R0 on cylinder 1", TrackImage(0, 5).record(1, 5, 0, {}, 8).marker(), 3, kReformatted, 0},
@@ -102,41 +89,31 @@ TEST_F(Verify, ImageCodesAndRepairs) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     load(0, 5, c.image, trailer(3, 0x0102030405060708ULL));
-    const Bytes before = buffer();
-    const Bytes onDisk = slot(slotAt(0, 5));
+    const Bytes before = buffer(), onDisk = slot(slotAt(0, 5));
     if (c.code == 0) std::memset(f.trackBuffer + kSlot - 16, 0, 16);  // a sound image goes on to the trailer
-    EXPECT_EQ(c.code == 0, f.verifyTrack(false));
-    EXPECT_EQ(c.code, f.verifyCode);
+    EXPECT_TRUE(f.verifyTrack(false) == (c.code == 0) && f.verifyCode == c.code);
     EXPECT_EQ(onDisk, slot(slotAt(0, 5)));  // nothing written without repair
     if (c.code == 0) continue;
     EXPECT_EQ(before, buffer());
     f.trackDirty = 1;
-    EXPECT_FALSE(f.verifyTrack(true));
-    EXPECT_EQ(c.code, f.verifyCode);
+    EXPECT_TRUE(!f.verifyTrack(true) && f.verifyCode == c.code);
     Bytes want = before;
-    if (c.after == kReformatted) {
-      EXPECT_TRUE(forgotten());
-      EXPECT_EQ(before, buffer());  // the buffer is not touched, but stands for no track
-      EXPECT_EQ(emptyTrack(0, 5).slot(kSlot), slot(slotAt(0, 5)));
-      EXPECT_EQ(0, f.writeTrack());  // nothing to write now
+    if (c.after == kReformatted) {  // the buffer is not touched, but stands for no track: nothing to write
+      EXPECT_TRUE(f.currentCyl == 0xFFFFFFFFu && f.currentHead == 0xFFFF && f.currentCell == 0xFFFF && before == buffer());
+      EXPECT_EQ(0, f.writeTrack());
       EXPECT_EQ(emptyTrack(0, 5).slot(kSlot), slot(slotAt(0, 5)));
       continue;
     }
-    if (c.after == kCutToR0) {
-      std::fill(want.begin() + 21, want.begin() + kLimit, 0);
-      std::fill_n(want.begin() + 21, 8, 0xFF);
-    } else {  // the marker over the bad count field, zeros up to the trailer's link
-      std::fill_n(want.begin() + c.bad, 8, 0xFF);
-      std::fill(want.begin() + c.bad + 8, want.end() - 8, 0);
-    }
+    const long bad = c.after == kCutToR0 ? 21 : c.bad;  // the marker over the bad count field, then zeros
+    std::fill_n(want.begin() + bad, 8, 0xFF);
+    std::fill(want.begin() + bad + 8, c.after == kCutToR0 ? want.begin() + kLimit : want.end() - 8, 0);  // up to the link
     EXPECT_EQ(want, buffer());
     EXPECT_EQ(want, slot(slotAt(0, 5)));  // still current:
     if (c.after == kMarkerAtBad) { EXPECT_TRUE(f.verifyTrack(false)); }  // the link kept, the marker gone
   }
   f.close();
   ASSERT_EQ(0, f.open(path.c_str(), true));  // no current track after open; read-only: a repair writes nothing
-  EXPECT_FALSE(f.verifyTrack(true));
-  EXPECT_EQ(1, f.verifyCode);
+  EXPECT_TRUE(!f.verifyTrack(true) && f.verifyCode == 1);
   load(0, 6, track({{0, 0}}), trailer(1, 0));  // HA 0/5 on track 0/6: code 2
   EXPECT_FALSE(f.verifyTrack(true));
   EXPECT_EQ(emptyTrack(0, 6, 6).slot(kSlot), slot(slotAt(0, 6)));
@@ -149,30 +126,24 @@ TEST_F(Verify, TrailerCodes) {
   ASSERT_TRUE(writeAt(path, cut, emptyTrack(1, 9).slot(kSlot, trailer(0, 0))));    // a copy with link 0
   struct Case { const char* name; uint64_t link; Bytes copyTrailer; unsigned short code; };
   const Case cases[] = {
-      {"no link", 0, {}, 10},
-      {"copy lacks VER0", slotAt(1, 1), {}, 8},
-      {"links back", end, {}, 0},
+      {"no link", 0, {}, 10}, {"copy lacks VER0", slotAt(1, 1), {}, 8}, {"links back", end, {}, 0},
       {"links elsewhere", end, trailer(0, slotAt(0, 10)), 9},
       {"link 0, HA 1/9 (another track)", cut, {}, 9},
-      {"unreadable: past the end", 1ULL << 40, {}, 7},
-      {"unreadable: all ones", ~0ULL, {}, 7},
+      {"unreadable: past the end", 1ULL << 40, {}, 7}, {"unreadable: all ones", ~0ULL, {}, 7},
       {"unreadable: short", end + kSlot - 100, {}, 7},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     if (!c.copyTrailer.empty()) { ASSERT_TRUE(writeAt(path, end + kSlot - 16, c.copyTrailer)); }
-    TrackImage t(0, 9);
-    t.record(0, 9, 0, {}, 8).record(0, 9, 1, {}, 40, {}, 0x4B).marker();
+    const TrackImage t = TrackImage(0, 9).record(0, 9, 0, {}, 8).record(0, 9, 1, {}, 40, {}, 0x4B).marker();
     for (bool repair : {false, true}) {
       load(0, 9, t, trailer(2, c.link));
       testing::internal::CaptureStdout();
-      EXPECT_EQ(c.code == 0, f.verifyTrack(repair));
-      EXPECT_EQ(c.code, f.verifyCode);
+      EXPECT_TRUE(f.verifyTrack(repair) == (c.code == 0) && c.code == f.verifyCode);
       EXPECT_EQ(c.code == 7 ? "This is it;; ofs = " + std::to_string(own) + "\n" : "", testing::internal::GetCapturedStdout());
       // Repair makes the track unversioned: the zero trailer, in the buffer and the slot.
       const Bytes want = t.slot(kSlot, repair && c.code != 0 ? repeat(0, 16) : trailer(2, c.link));
-      EXPECT_EQ(want, buffer());
-      if (repair && c.code != 0) { EXPECT_EQ(want, slot(own)); }
+      EXPECT_TRUE(want == buffer() && (!repair || c.code == 0 || want == slot(own)));
     }
     ASSERT_TRUE(writeAt(path, end + kSlot - 16, trailer(0, own)));
   }
@@ -183,11 +154,10 @@ TEST_F(Verify, TrailerCodes) {
   EXPECT_TRUE(f.verifyTrack(false));
   ASSERT_TRUE(writeAt(path, cut + 1, hex("0001 0004")));
   load(1, 4, emptyTrack(1, 4), trailer(1, cut));
-  f.cylinders = 1;
+  f.cylinders = 1;  // (1, 4) now outside
   EXPECT_TRUE(f.verifyTrack(false));
   ASSERT_TRUE(writeAt(path, cut + 1, hex("0000 0005")));  // a copy naming a track in the volume
-  EXPECT_FALSE(f.verifyTrack(false));
-  EXPECT_EQ(9, f.verifyCode);
+  EXPECT_TRUE(!f.verifyTrack(false) && f.verifyCode == 9);
   f.cylinders = 2;
 }
 
@@ -195,16 +165,12 @@ TEST_F(Verify, HooksIntoReadAndWriteBack) {
   ASSERT_TRUE(writeAt(path, slotAt(1, 5), TrackImage(1, 5).record(1, 5, 0, {}, 8).record(1, 5, 0, {}, 3).marker().bytes()));
   f.verifyTracks = 1;
   EXPECT_EQ(T::kTrackVerify, f.readTrack(1, 5, 0));  // read, current, but code 105
-  EXPECT_EQ(105, f.verifyCode);
-  EXPECT_TRUE(f.currentCyl == 1 && f.currentHead == 5);
+  EXPECT_TRUE(f.verifyCode == 105 && f.currentCyl == 1 && f.currentHead == 5);
   ASSERT_EQ(0, f.readTrack(1, 6, 0));
-  f.trackBuffer[2] = 0x07;  // the home address now names cylinder 7
-  f.trackDirty = 1;
-  EXPECT_EQ(T::kTrackVerify, f.writeTrack());
-  EXPECT_EQ(2, f.verifyCode);
+  f.trackBuffer[2] = 0x07, f.trackDirty = 1;  // the home address now names cylinder 7
+  EXPECT_TRUE(f.writeTrack() == T::kTrackVerify && f.verifyCode == 2);
   EXPECT_EQ(emptyTrack(1, 6, 6).slot(kSlot), slot(slotAt(1, 6)));
   EXPECT_EQ(T::kTrackWriteBack, f.readTrack(0, 0, 0));
-
 }
 
 using Versioning = Volume;
@@ -214,40 +180,27 @@ TEST_F(Versioning, EnableDisableAndTheHeader) {
   T idle, ro;  // no file: -1; read-only: -2 and the header unchanged
   ASSERT_EQ(0, ro.open(path.c_str(), true));
   EXPECT_EQ(0, f.enableVersion());
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ(0, f.activeVersion);
   EXPECT_EQ(hex("56455230 0000 0100"), versionBytes());  // "VER0", active 0, latest 1
-  EXPECT_EQ(1, f.queryVersion(version, copies));          // pending
-  EXPECT_EQ(0, version);
-  EXPECT_EQ(-5, f.enableVersion());
-  EXPECT_EQ(-6, f.disableVersion());
-  rewrite(0, 1, 0xAA);  // no copies while pending
-  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+  const int pending = f.queryVersion(version, copies);
+  EXPECT_EQ((std::vector<int>{1, 0, 1, 0, -5, -6}), (std::vector<int>{f.latestVersion, f.activeVersion, pending, version,
+                                                                      f.enableVersion(), f.disableVersion()}));
+  rewrite(0, 1, 0xAA);
+  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));  // no copies while pending
   reopen();
-  EXPECT_EQ(1, f.activeVersion);
   EXPECT_EQ(hex("56455230 0100 0100"), versionBytes());
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(1, version);
+  EXPECT_TRUE(f.activeVersion == 1 && f.queryVersion(version, copies) == 0 && version == 1);
   activate();
   EXPECT_EQ(hex("56455230 0200 0200"), versionBytes());
   ASSERT_TRUE(writeAt(path, 0, Bytes{'C', 'K', 'D', '_', 'I', 'N', 'I', 'T'}));  // header unreadable: -3
-  EXPECT_EQ(-3, f.enableVersion());
-  EXPECT_EQ(-3, f.clearVersionInHeader());
-  EXPECT_EQ(-3, f.disableVersion());
+  EXPECT_EQ((std::vector<int>{-3, -3, -3}), (std::vector<int>{f.enableVersion(), f.clearVersionInHeader(), f.disableVersion()}));
   ASSERT_TRUE(writeAt(path, 0, Bytes{'C', 'K', 'D', '_', 'X', 'V', 'O', 'L'}));
-  EXPECT_EQ(0, f.disableVersion());  // steps down, the marker stays while above 0
-  EXPECT_EQ(1, f.activeVersion);
-  EXPECT_EQ(1, f.latestVersion);
-  EXPECT_EQ(hex("56455230 0100 0100"), versionBytes());
-  EXPECT_EQ(0, f.disableVersion());
-  EXPECT_EQ(repeat(0, 8), versionBytes());
-  EXPECT_EQ(-6, f.disableVersion());
+  EXPECT_TRUE(f.disableVersion() == 0 && f.activeVersion == 1 && f.latestVersion == 1);  // steps down
+  EXPECT_EQ(hex("56455230 0100 0100"), versionBytes());  // the marker stays while above 0
+  EXPECT_TRUE(f.disableVersion() == 0 && versionBytes() == repeat(0, 8) && f.disableVersion() == -6);
   activate();
   rewrite(1, 1, 0x11);
-  EXPECT_EQ(0, f.clearVersionInHeader());  // the header only: members and copies stay
-  EXPECT_EQ(repeat(0, 8), versionBytes());
-  EXPECT_EQ(1, f.activeVersion);
-  EXPECT_EQ(trailer(1, dataEnd()), trailerAt(slotAt(1, 1)));
+  EXPECT_TRUE(f.clearVersionInHeader() == 0 && f.activeVersion == 1);  // the header only: members and copies stay
+  EXPECT_EQ(cat({repeat(0, 8), trailer(1, dataEnd())}), cat({versionBytes(), trailerAt(slotAt(1, 1))}));
 
   const Bytes header = readAt(path, 0, 512);
   const int refusals[][2] = {
@@ -270,43 +223,31 @@ TEST_F(Versioning, SavedCopiesAndTrailers) {
   static_assert(slotAt(2, 0) == 0x1A0600, "dataEnd of 2 cylinders");
   EXPECT_EQ(hex("56455230 0001 0000 00000000001A0600"), trailerAt(home));  // VER0, version 1, reserved, link
   rewrite(1, 3, 0x6B);  // again under the same version: no second copy
-  EXPECT_EQ(static_cast<long long>(dataEnd() + kSlot), fileSize(path));
-  EXPECT_EQ(trailer(1, dataEnd()), trailerAt(home));
+  EXPECT_TRUE(fileSize(path) == static_cast<long long>(dataEnd() + kSlot) && trailerAt(home) == trailer(1, dataEnd()));
   rewrite(0, 0, 0x11);  // the next track: the next copy slot
-  EXPECT_EQ(trailer(0, slotAt(0, 0)), trailerAt(dataEnd() + kSlot));
-  EXPECT_EQ(trailer(1, dataEnd() + kSlot), trailerAt(slotAt(0, 0)));
+  EXPECT_EQ(cat({trailer(0, slotAt(0, 0)), trailer(1, dataEnd() + kSlot)}), cat({trailerAt(dataEnd() + kSlot), trailerAt(slotAt(0, 0))}));
   int version, copies;
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(2, copies);
-  EXPECT_EQ(-5, f.disableVersion());
-  EXPECT_EQ(2, f.verifyVersion(-1));
+  EXPECT_TRUE(f.queryVersion(version, copies) == 0 && copies == 2 && f.disableVersion() == -5 && f.verifyVersion(-1) == 2);
 
   ASSERT_EQ(0, f.readTrack(0, 7, 0));  // clearTrackVersion writes the buffer with a zero trailer
-  std::memcpy(f.trackBuffer + kSlot - 16, trailer(1, 99).data(), 16);
-  std::memset(f.trackBuffer + 13, 0x71, 8);
-  EXPECT_EQ(0, f.clearTrackVersion());
+  std::memcpy(f.trackBuffer + kSlot - 16, trailer(1, 99).data(), 16), std::memset(f.trackBuffer + 13, 0x71, 8);
+  EXPECT_TRUE(f.clearTrackVersion() == 0 && fileSize(path) == static_cast<long long>(dataEnd() + 2 * kSlot));
   EXPECT_EQ(emptyTrack(0, 7, 0x71).slot(kSlot), slot(slotAt(0, 7)));
-  EXPECT_EQ(static_cast<long long>(dataEnd() + 2 * kSlot), fileSize(path));
 
   // Nested: version 2 counts only copies of version 1 images.
   activate();
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(0, copies);
+  EXPECT_TRUE(f.queryVersion(version, copies) == 0 && copies == 0);
   rewrite(1, 3, 0x42);
   EXPECT_EQ(trailer(1, home), trailerAt(dataEnd() + 2 * kSlot));
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(1, copies);
+  EXPECT_TRUE(f.queryVersion(version, copies) == 0 && copies == 1);
   EXPECT_EQ(-9, f.verifyVersion(-1));  // the first copy's home now links to the newer one
 
   // The copy cannot be made (the file ends inside the slot): -6, nothing written, still changed.
   ASSERT_EQ(0, f.readTrack(1, 14, 0));
-  std::memset(f.trackBuffer + 13, 0x77, 8);
-  f.trackDirty = 1;
+  std::memset(f.trackBuffer + 13, 0x77, 8), f.trackDirty = 1;
   ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotAt(1, 14) + 100)));
-  EXPECT_EQ(T::kTrackNoCopy, f.writeTrack());
-  EXPECT_EQ(1, f.trackDirty);
+  EXPECT_TRUE(f.writeTrack() == T::kTrackNoCopy && f.trackDirty == 1 && fileSize(path) == static_cast<long long>(slotAt(1, 14) + 100));
   EXPECT_EQ(repeat(0, 16), Bytes(f.trackBuffer + kSlot - 16, f.trackBuffer + kSlot));
-  EXPECT_EQ(static_cast<long long>(slotAt(1, 14) + 100), fileSize(path));
 }
 
 // 7 cylinders, 100 of 105 tracks changed (some twice): commit and rollback
@@ -315,20 +256,19 @@ TEST_F(Versioning, CommitAndRollbackEveryTrack) {
   for (bool rollback : {true, false}) {
     SCOPED_TRACE(rollback ? "rollback" : "commit");
     make(7);
-    for (unsigned h = 0; h < kHeads; ++h) ASSERT_TRUE(writeAt(path, slotAt(2, h) + 4000, {0xDE, 0xAD, static_cast<unsigned char>(h)}));
     std::vector<Bytes> before;
-    for (unsigned t = 0; t < 105; ++t) before.push_back(slot(slotAt(0, t)));
+    for (unsigned t = 0; t < 105; ++t) {
+      ASSERT_TRUE(writeAt(path, slotAt(0, t) + 4000, {0xDE, 0xAD, static_cast<unsigned char>(t)}));
+      before.push_back(slot(slotAt(0, t)));
+    }
     activate();
     for (unsigned t = 0; t < 100; ++t) {
       rewrite(t / 15, t % 15, static_cast<unsigned char>(0x80 + t));
       if (t % 3 == 0) rewrite(t / 15, t % 15, static_cast<unsigned char>(0x80 + t));
     }
     EXPECT_EQ(static_cast<long long>(dataEnd() + 100 * kSlot), fileSize(path));
-    EXPECT_EQ(0, f.commitVersion(2));  // above the active version: nothing
-    EXPECT_EQ(0, f.verifyVersion(0));
-    EXPECT_EQ(100, f.verifyVersion(-1));
-    EXPECT_EQ(100, rollback ? f.rollbackVersion(-1) : f.commitVersion(1));
-    EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+    EXPECT_TRUE(f.commitVersion(2) == 0 && f.verifyVersion(0) == 0 && f.verifyVersion(-1) == 100);  // 2: above the active one
+    EXPECT_TRUE((rollback ? f.rollbackVersion(-1) : f.commitVersion(1)) == 100 && fileSize(path) == static_cast<long long>(dataEnd()));
     for (unsigned t = 0; t < 105; ++t) {
       Bytes want = before[t];
       if (!rollback && t < 100) std::fill_n(want.begin() + 13, 8, 0x80 + t);
@@ -344,7 +284,7 @@ TEST_F(Versioning, BrokenLinks) {
   rewrite(0, 1, 0x01);
   rewrite(0, 2, 0x02);
   const uint64_t c2 = dataEnd() + kSlot, home = slotAt(0, 2);
-  const long long length = fileSize(path);
+  const long long length = fileSize(path);  // nothing is cut below
   struct Case { const char* name; uint64_t at; const char* bytes; int rc; };
   const Case cases[] = {
       {"newest copy lacks VER0", c2 + kSlot - 16, "56455258", -6},
@@ -358,15 +298,12 @@ TEST_F(Versioning, BrokenLinks) {
   for (const Case& c : cases) {
     const Bytes keep = readAt(path, c.at, hex(c.bytes).size());
     ASSERT_TRUE(writeAt(path, c.at, hex(c.bytes)));
-    EXPECT_EQ(c.rc, f.verifyVersion(-1)) << c.name;
-    if (c.rc < 0) { EXPECT_EQ(c.rc, f.commitVersion(-1)) << c.name; }
-    ASSERT_TRUE(writeAt(path, c.at, keep));
+    EXPECT_TRUE(f.verifyVersion(-1) == c.rc && (c.rc > 0 || f.commitVersion(-1) == c.rc)) << c.name;
+    ASSERT_TRUE(writeAt(path, c.at, keep) && fileSize(path) == length);
   }
-  EXPECT_EQ(length, fileSize(path));
   // An error stops the walk after the newer copy was processed; nothing is cut.
   ASSERT_TRUE(writeAt(path, slotAt(0, 1) + kSlot - 8, be(999, 8)));
-  EXPECT_EQ(-9, f.rollbackVersion(-1));
-  EXPECT_EQ(length, fileSize(path));
+  EXPECT_TRUE(f.rollbackVersion(-1) == -9 && fileSize(path) == length);
   EXPECT_EQ(emptyTrack(0, 2, 2).slot(kSlot), slot(home));  // rolled back already
 }
 
@@ -377,63 +314,23 @@ TEST_F(Versioning, InterruptedCommitAndCutCopyArea) {
   const unsigned short heads[4] = {1, 4, 9, 13};
   for (int i = 0; i < 4; ++i) rewrite(1, heads[i], static_cast<unsigned char>(0xC0 + i));
   for (int i = 2; i < 4; ++i) ASSERT_TRUE(writeAt(path, slotAt(1, heads[i]) + kSlot - 16, repeat(0, 16)));
-  for (int i = 0; i < 4; ++i) {
-    ASSERT_EQ(0, f.readTrack(1, heads[i], 0));
-    EXPECT_TRUE(f.verifyTrack(false)) << f.verifyCode;
-  }
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(f.readTrack(1, heads[i], 0) == 0 && f.verifyTrack(false)) << f.verifyCode;
   EXPECT_EQ(-8, f.commitVersion(-1));
   ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(dataEnd() + 2 * kSlot)));
-  EXPECT_EQ(2, f.commitVersion(-1));
-  EXPECT_EQ(static_cast<long long>(dataEnd()), fileSize(path));
+  EXPECT_TRUE(f.commitVersion(-1) == 2 && fileSize(path) == static_cast<long long>(dataEnd()));
   for (int i = 0; i < 4; ++i) EXPECT_EQ(emptyTrack(1, heads[i], 0xC0 + i).slot(kSlot), slot(slotAt(1, heads[i])));
 
   // The copy area cut inside a copy: the walks step back in whole slots from
   // the file's end and meet slots straddling two copies (zero trailers).
-  rewrite(0, 3, 0x33);
-  rewrite(0, 6, 0x66);
-  rewrite(0, 9, 0x99);
+  for (unsigned short h : {3, 6, 9}) rewrite(0, h, static_cast<unsigned char>(h * 0x11));
   const uint64_t cutEnd = dataEnd() + 2 * kSlot + 1000;
   ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(cutEnd)));
-  int version, copies;
-  EXPECT_EQ(0, f.queryVersion(version, copies));
-  EXPECT_EQ(2, copies);  // only the version bytes are looked at
-  EXPECT_EQ(-6, f.verifyVersion(-1));
+  int version, copies;  // query looks only at the version bytes
+  EXPECT_TRUE(f.queryVersion(version, copies) == 0 && copies == 2 && f.verifyVersion(-1) == -6);
   rewrite(1, 0, 0x10);  // the next copy goes behind the stump
   EXPECT_EQ(trailer(0, slotAt(1, 0)), trailerAt(cutEnd));
-  EXPECT_EQ(-6, f.commitVersion(-1));  // handles that copy, then meets a straddling slot
-  EXPECT_EQ(static_cast<long long>(cutEnd + kSlot), fileSize(path));
+  EXPECT_TRUE(f.commitVersion(-1) == -6 && fileSize(path) == static_cast<long long>(cutEnd + kSlot));  // then a straddling slot
   EXPECT_EQ(emptyTrack(1, 0, 0x10).slot(kSlot), slot(slotAt(1, 0)));
-
-  // A file ending short of dataEnd: the copy lands below it, where the walks do not look.
-  make(2);
-  activate();
-  ASSERT_EQ(0, ::truncate(path.c_str(), static_cast<off_t>(slotAt(1, 0))));
-  rewrite(0, 2, 0x22);
-  EXPECT_EQ(trailer(1, slotAt(1, 0)), trailerAt(slotAt(0, 2)));
-  EXPECT_TRUE(f.verifyTrack(false));
-  EXPECT_EQ(0, f.rollbackVersion(-1));
-  EXPECT_EQ(static_cast<long long>(slotAt(1, 1)), fileSize(path));
-}
-
-TEST(VersioningD200, CopyAreaBeginsBehindAllTenCells) {
-  ScopedTempDir dir;
-  const std::string path = dir.file("d200");
-  constexpr uint64_t kD200Slot = 2560, kEnd = 512 + 200000 * kD200Slot, kLast = 512 + 199999 * kD200Slot;
-  Header h;
-  h.heads = 20, h.trackSize = 2560, h.code = 0xA4, h.created = h.cyls = 5, h.marker = true, h.latest = 1;
-  ASSERT_TRUE(writeVolume(path, h.bytes(), kEnd));
-  const Bytes last = emptyTrack(0x1309, 0x0413, 9).slot(kD200Slot);  // cell 9, cylinder 1309, head 0413
-  ASSERT_TRUE(writeAt(path, kLast, last));
-  T f;  // the pending version becomes active
-  ASSERT_EQ(0, f.open(path.c_str(), false));
-  ASSERT_EQ(0, f.readTrack(0x1309, 0x0413, 9));
-  f.trackBuffer[13] = 0xAB, f.trackDirty = 1;
-  ASSERT_EQ(0, f.writeTrack());
-  EXPECT_EQ(trailer(1, kEnd), readAt(path, kLast + kD200Slot - 16, 16));
-  EXPECT_EQ(Bytes(last.begin(), last.end() - 16), readAt(path, kEnd, kD200Slot - 16));  // the copy behind all ten cells
-  EXPECT_EQ(1, f.rollbackVersion(-1));
-  EXPECT_EQ(static_cast<long long>(kEnd), fileSize(path));
-  EXPECT_EQ(last, readAt(path, kLast, kD200Slot));
 }
 
 }  // namespace

@@ -15,19 +15,9 @@
 
 namespace {
 
-using ckdvol_test::Bytes;
+using namespace ckdvol_test;
 
-Bytes placeholder(int groups) {
-  Bytes b;
-  for (int i = 0; i < groups; ++i) b.insert(b.end(), {0x60, 0x00, 0x00, 0x00});
-  return b;
-}
-Bytes readFile(const std::string& path) {
-  return ckdvol_test::readAt(path, 0, static_cast<size_t>(std::max(0LL, ckdvol_test::fileSize(path))));
-}
-void writeFile(const std::string& path, const Bytes& b) {
-  ASSERT_TRUE(ckdvol_test::writeAt(path, 0, b, static_cast<long long>(b.size())));
-}
+Bytes readFile(const std::string& path) { return readAt(path, 0, static_cast<size_t>(std::max(0LL, fileSize(path)))); }
 
 // Runs print_copyright_msg in a child whose working directory is `dir`;
 // returns the child's exit status (or -1 when it did not exit normally).
@@ -43,51 +33,34 @@ int stampIn(const std::string& dir) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// The first complete placeholder (72 groups 60 00 00 00) is overwritten; a
-// second one, near misses and an incomplete one are left alone.
+// The first complete placeholder (72 groups 60 00 00 00) is overwritten; a second
+// one, near misses before it and an incomplete one are left alone; no file: exit 0.
 TEST(Notice, OverwritesTheFirstPlaceholderOnly) {
-  ckdvol_test::ScopedTempDir dir;
-  // Leading bytes that almost match: a 60 00 00 60 prefix and an odd offset.
-  Bytes file = {0x7F, 'E', 'L', 'F', 0x60, 0x00, 0x00, 0x60, 0x01};
-  size_t first = file.size();
-  Bytes ph = placeholder(72);
-  file.insert(file.end(), ph.begin(), ph.end());
-  file.push_back(0xAB);
-  size_t second = file.size();
-  file.insert(file.end(), ph.begin(), ph.end());
-  writeFile(dir.file("cpyrht.o"), file);
-
+  ScopedTempDir dir, part, empty;
+  Bytes ph;
+  for (int i = 0; i < 72; ++i) ph = cat({ph, hex("60000000")});
+  const Bytes lead = hex("7F454C46 60000060 01");  // almost a match: 60 00 00 60, then an odd offset
+  const Bytes file = cat({lead, ph, {0xAB}, ph});
+  ASSERT_TRUE(writeAt(dir.file("cpyrht.o"), 0, file, static_cast<long long>(file.size())));
   ASSERT_EQ(0, stampIn(dir.path()));
+  const Bytes notice(ckdvol::noticeBytes(), ckdvol::noticeBytes() + ckdvol::kNoticeSize);
+  EXPECT_EQ(cat({lead, notice, {0xAB}, ph}), readFile(dir.file("cpyrht.o")));  // the notice is 72 * 4 bytes
+  EXPECT_EQ(0, std::strncmp(reinterpret_cast<const char*>(notice.data()), "ckdvol ", 7));
 
-  Bytes after = readFile(dir.file("cpyrht.o"));
-  ASSERT_EQ(file.size(), after.size());
-  EXPECT_EQ(0, std::memcmp(after.data(), file.data(), first));
-  EXPECT_EQ(0, std::memcmp(after.data() + first, ckdvol::noticeBytes(), ckdvol::kNoticeSize));
-  EXPECT_EQ(0xAB, after[second - 1]);
-  EXPECT_EQ(0, std::memcmp(after.data() + second, ph.data(), ph.size()));  // second untouched
-  const char* text = reinterpret_cast<const char*>(ckdvol::noticeBytes());
-  EXPECT_EQ(0, std::strncmp(text, "ckdvol ", 7));
-}
-
-TEST(Notice, IncompleteOrMissingPlaceholderFile) {
-  ckdvol_test::ScopedTempDir dir, empty;
-  Bytes file = placeholder(71);
-  file.push_back(0x60);
-  writeFile(dir.file("cpyrht.o"), file);
-  ASSERT_EQ(0, stampIn(dir.path()));
-  EXPECT_EQ(file, readFile(dir.file("cpyrht.o")));
-  ASSERT_EQ(0, stampIn(empty.path()));  // no file: exit 0, nothing created
+  const Bytes incomplete = cat({Bytes(ph.begin(), ph.end() - 4), {0x60}});  // 71 groups and one byte
+  ASSERT_TRUE(writeAt(part.file("cpyrht.o"), 0, incomplete, static_cast<long long>(incomplete.size())));
+  ASSERT_EQ(0, stampIn(part.path()));
+  EXPECT_EQ(incomplete, readFile(part.file("cpyrht.o")));
+  ASSERT_EQ(0, stampIn(empty.path()));  // nothing created
   EXPECT_NE(0, ::access(empty.file("cpyrht.o").c_str(), F_OK));
 }
 
 // The notice lives in an ELF note of the binary: name "ckdvol", 288 bytes.
 TEST(Notice, CarriedInANoteOfTheBinary) {
-  Bytes self = readFile("/proc/self/exe");
-  const unsigned char header[] = {7, 0, 0, 0, 0x20, 0x01, 0, 0, 1, 0, 0, 0,
-                                  'c', 'k', 'd', 'v', 'o', 'l', 0, 0};
-  auto it = std::search(self.begin(), self.end(), std::begin(header), std::end(header));
+  const Bytes self = readFile("/proc/self/exe"), header = hex("07000000 20010000 01000000 636B64766F6C0000");
+  auto it = std::search(self.begin(), self.end(), header.begin(), header.end());
   ASSERT_NE(self.end(), it);
-  size_t at = static_cast<size_t>(it - self.begin()) + sizeof header;
+  const size_t at = static_cast<size_t>(it - self.begin()) + header.size();
   ASSERT_LE(at + ckdvol::kNoticeSize, self.size());
   EXPECT_EQ(0, std::memcmp(self.data() + at, ckdvol::noticeBytes(), ckdvol::kNoticeSize));
 }

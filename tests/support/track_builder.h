@@ -22,8 +22,7 @@ using Bytes = std::vector<unsigned char>;
 inline Bytes hex(const char* text) {
   Bytes out;
   for (const char* p = text; *p != '\0'; p += *p == ' ' ? 1 : 2) {
-    const char digits[3] = {p[0], p[1], '\0'};
-    if (*p != ' ') out.push_back(static_cast<unsigned char>(std::strtoul(digits, nullptr, 16)));
+    if (*p != ' ') out.push_back(static_cast<unsigned char>(std::stoul(std::string(p, 2), nullptr, 16)));
   }
   return out;
 }
@@ -34,8 +33,8 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
   return out;
 }
 inline Bytes be(uint64_t v, int width) {
-  Bytes out;
-  for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<unsigned char>(v >> (8 * i)));
+  Bytes out(width);
+  for (int i = 0; i < width; ++i) out[i] = static_cast<unsigned char>(v >> (8 * (width - 1 - i)));
   return out;
 }
 
@@ -52,7 +51,6 @@ class TrackImage {
   }
   TrackImage& raw(const Bytes& b) { return bytes_.insert(bytes_.end(), b.begin(), b.end()), *this; }
   TrackImage& marker() { return raw(repeat(0xFF, 8)); }
-  size_t offset() const { return bytes_.size(); }
   const Bytes& bytes() const { return bytes_; }
   // The whole slot: this image, then zeros (and `trailer` in the last 16 bytes when given).
   Bytes slot(size_t size, const Bytes& trailer = {}) const {
@@ -68,9 +66,7 @@ class TrackImage {
 
 // An empty formatted track: HA, record zero with 8 data bytes `fill`, marker at 21.
 inline TrackImage emptyTrack(uint16_t cc, uint16_t hh, unsigned char fill = 0) {
-  TrackImage t(cc, hh);
-  t.record(cc, hh, 0, {}, 8, {}, fill).marker();
-  return t;
+  return TrackImage(cc, hh).record(cc, hh, 0, {}, 8, {}, fill).marker();
 }
 
 // The 16 trailer bytes: "VER0", version (BE16), reserved 0, link (BE64).
@@ -111,8 +107,7 @@ inline Bytes readAt(const std::string& path, uint64_t offset, size_t length) {
   int fd = ::open(path.c_str(), O_RDONLY);
   ssize_t n = fd < 0 ? -1 : ::pread(fd, out.data(), length, static_cast<off_t>(offset));
   if (fd >= 0) ::close(fd);
-  out.resize(n < 0 ? 0 : static_cast<size_t>(n));
-  return out;
+  return out.resize(n < 0 ? 0 : static_cast<size_t>(n)), out;
 }
 // Writes `b` at `offset`; with `size` >= 0 the file is first emptied and extended (sparse) to it.
 inline bool writeAt(const std::string& path, uint64_t offset, const Bytes& b, long long size = -1) {
@@ -122,14 +117,12 @@ inline bool writeAt(const std::string& path, uint64_t offset, const Bytes& b, lo
   if (fd >= 0) ::close(fd);
   return ok;
 }
-inline bool writeVolume(const std::string& path, const Bytes& header, uint64_t size) {
-  return writeAt(path, 0, header, static_cast<long long>(size));
-}
+inline bool writeVolume(const std::string& path, const Bytes& header, uint64_t size) { return writeAt(path, 0, header, static_cast<long long>(size)); }
 // A D600 volume of `cyls` cylinders; every track empty with record zero's data = head number.
 inline bool writeD600(const std::string& path, uint32_t cyls) {
   Header h;
   h.created = h.cyls = cyls;
-  bool ok = writeVolume(path, h.bytes(), slotAt(cyls, 0));
+  bool ok = writeVolume(path, h.bytes(), slotAt(cyls, 0));  // then track by track
   for (uint32_t t = 0; ok && t < cyls * kHeads; ++t) {
     ok = writeAt(path, slotAt(0, t), emptyTrack(static_cast<uint16_t>(t / kHeads), t % kHeads, t % kHeads).bytes());
   }
