@@ -69,6 +69,7 @@ TEST(DatesTest, DscbAndPackedDates) {
       {{0x02, 0x24, 0x03, 0x2F}, false, 0},       // century 2
       {{0x01, 0x24, 0x03, 0x2D}, false, 0},       // sign D
       {{0x01, 0x24, 0x3A, 0x1F}, false, 0},       // digit A in the day
+      {{0x01, 0x2A, 0x03, 0x2F}, false, 0},       // digit A in the year
   };
   for (const auto& c : packed) {
     YearDay d;

@@ -63,6 +63,7 @@ TEST(PdsDirectoryTest, StatisticsOnlyWhereTheLayoutFits) {
       {0x14, patched(kStats40, 2, 0x00), "-"},   // 40 bytes without the flag
       {0x2F, kStats30, "-"},                     // one user TTR: a load module
       {0x0F, patched(kStats30, 0, 100), "-"},    // version 100
+      {0x0F, patched(kStats30, 1, 100), "-"},    // modification level 100
       {0x10, cat({kStats30, {0, 0}}), "-"},      // 32 bytes
   };
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
@@ -111,6 +112,9 @@ TEST(PdsDirectoryTest, LoadLibraryWithAliasesStatisticsAndSizesPastTrackFifteen)
                                            "MOD16 0 0 - 15/1", "MOD18 0 30 - 17/1",
                                            "ORPHAN alias of '' 0 0 - 30583/1"}));
   EXPECT_EQ(dir[1].statistics.userId + dir[2].statistics.userId, "IBMUSERU1");
+  MemberSize none;
+  EXPECT_EQ(memberSize(vol.file(), ds, dir[7], none, error), kBlockOutsideExtents);  // ORPHAN
+  EXPECT_EQ(error, "relative track 30583 lies outside the data set's 30 tracks");
   for (size_t k : {1, 4, 5, 6}) {
     const MemberInfo& m = dir[k];
     const int i = std::stoi(m.name.substr(3));

@@ -90,7 +90,9 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
       formatIdDscb(0xF7),                                        // 14
       format8Dscb(layout("EAV.FULL", three, 3, {0, 1, 61})),     // 15: chain not needed
   });
+  vol.appendRecords(0, 1, {keyedRecord(40, Bytes(44, 0xC1), Bytes(80, 0))});  // not a DSCB
   const VtocInfo v = scan(vol.file());
+  EXPECT_EQ(v.notes, std::vector<std::string>({"VTOC track 0/1: 1 record(s) that are not 44/96 DSCBs"}));
   const std::vector<std::string> want = {
       "BAD.EXTENT at 0/1/15: 1/0 1/16-1/16 [extent 1 (1/16 to 1/16) is not a run of tracks of this volume]",
       "BAD.LOOP at 0/1/5: 4/4 1/0-2/3 [the DSCB chain loops back to 0/1/6 (from Format-3 DSCB 0/1/6)]",
