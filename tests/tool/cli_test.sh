@@ -307,11 +307,12 @@ EOF
 if [ "$(id -u)" -ne 0 ]; then
   chmod 000 locked.ckd; row 'locked | info $V | 1 | err | $V: permission denied (mode 0000'
 elif command -v setpriv >/dev/null; then
-  chmod 711 "$W"; TOOL_SELF=$TOOL TOOL=$W/as-nobody
+  # in a folder of its own under /tmp: the scratch folder's parents may be closed to nobody
+  TOOL_SELF=$TOOL TOOL=$W/as-nobody W_SELF=$W W=$(mktemp -d /tmp/ckdvol-perm-XXXXXX)
   printf '#!/bin/sh\nexec setpriv --reuid=65534 --regid=65534 --clear-groups "%s" "$@"\n' "$TOOL_SELF" >"$TOOL"
-  chmod 755 "$TOOL"
+  chmod 755 "$TOOL"; chmod 711 "$W"; cp "$W_SELF/locked.ckd" "$W/"
   row 'locked | info $V | 1 | err | $V: permission denied (mode 0600, owner uid 0)'
-  TOOL=$TOOL_SELF; chmod 700 "$W"
+  rm -rf "$W"; TOOL=$TOOL_SELF W=$W_SELF
 else
   echo "SKIP: no-permission row (running as root without setpriv)"
 fi
