@@ -21,5 +21,10 @@
 #include "volume/dsk_volume.h"
 #include "pds/basic_partitioned_access_method.h"
 #include "notice/notice.h"
+#include "codepage/code_page.h"
+#include "dataset/vtoc_scan.h"
+#include "dataset/block_reader.h"
+#include "dataset/record_reader.h"
+#include "dataset/pds_directory.h"
 
 #endif  // CKDVOL_CKDVOL_H_
