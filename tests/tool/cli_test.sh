@@ -280,7 +280,7 @@ empty | info $V | 1 | err | $V: 0 bytes: too short for a volume header (512 byte
 empty | track $V 0 0 | 1 | err | $V: 0 bytes: too short for a volume header (512 bytes)
 t100 | vtoc $V | 1 | err | $V: 100 bytes: too short for a volume header (512 bytes)
 tmid | info $V | 1 | err | $V: the file is 1512 bytes, not the 512-byte header plus whole tracks of 56832 bytes (1000 bytes of a track left over); its header says 2 cylinders of 15 tracks of 56832 bytes, 1705472 bytes: the file was cut short
-herc | info $V | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool: see ckdvol convert
+herc | info $V | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool; this version cannot convert it yet
 cckd | verify $V | 1 | err | $V: this is a Hercules compressed CKD image (CCKD) (header "CKD_C370")
 init | info $V | 1 | err | $V: creation of this volume never finished (its header still says CKD_INIT): delete it and create it again
 # a volume shorter than its header says is a finding, with both sizes; it is not repaired

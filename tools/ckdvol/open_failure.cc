@@ -150,7 +150,7 @@ std::string openFailureCause(const std::string& path, int rc, int savedErrno, co
   for (const ForeignImage& image : kForeignImages) {
     if (std::memcmp(h, image.magic, ckdvol::kMagicLength) == 0) {
       return "this is " + std::string(image.what) + " (header \"" + image.magic +
-             "\"), not a volume of this tool: see ckdvol convert";
+             "\"), not a volume of this tool; this version cannot convert it yet";
     }
   }
   const bool ready = std::memcmp(h, ckdvol::kMagicReady, ckdvol::kMagicLength) == 0;
