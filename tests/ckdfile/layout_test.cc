@@ -1,5 +1,4 @@
-// Device table, type texts, models, slot offsets, the track-address step, the
-// HA/count codecs and the reference accessors.
+// Device table, models, slot offsets, the track-address step and the reference accessors.
 #include <cstring>
 #include <vector>
 
@@ -43,26 +42,6 @@ TEST(DeviceTable, EveryRowAndTheIdleState) {
   ASSERT_TRUE(f.setType(T::D500));
   f.setCylinders(1000);
   EXPECT_TRUE(!f.setType(T::D600) && f.setType(T::D500) && f.cylinders == 1000);
-}
-
-TEST(ParseType, Texts) {
-  struct Case { const char* text; bool ok; uint32_t type; int model; };
-  const Case cases[] = {
-      {"  D600-3", true, 0xD600, 3}, {"D600", true, 0xD600, 0}, {"D600-a", true, 0xD600, 59},
-      {"D600-A", true, 0xD600, 59}, {"D200-9", true, 0xD200, 9}, {"D600- 27", true, 0xD600, 27},
-      {"D600-4294967297", true, 0xD600, 1},  // the model is stored in an int, then tested
-      {"D600-99999999999", true, 0xD600, 0x4876E7FF}, {"D600-2147483647", true, 0xD600, 2147483647},
-      {"D600-0", false, 0xD600, -1}, {"D600-", false, 0xD600, -1}, {"D600-3x", false, 0xD600, -1},
-      {"D600--2", false, 0xD600, -1}, {"D600x", false, 0xD600, -1}, {"D600-AA", false, 0xD600, -1},
-      {"D600-2147483648", false, 0xD600, -1}, {"D600-4294967296", false, 0xD600, -1},
-      {"d600", false, 0, -1}, {"Z999", false, 0, -1}, {"", false, 0, -1}, {"  ", false, 0, -1},
-      {"D60", false, 0, -1}, {"D650", false, 0, -1},
-  };
-  for (const Case& c : cases) {
-    T::CKDtype type = T::D100;
-    int model = 5;
-    EXPECT_TRUE(c.ok == T::parseType(c.text, type, model) && c.type == type && c.model == model) << c.text;
-  }
 }
 
 TEST(SetModel, BoundsAndLargeCylinders) {
@@ -128,48 +107,6 @@ TEST(Offsets, D600AndD200ThreeCoordinates) {
       beyond = f->increment(cell, cyl, head);
     }
     EXPECT_TRUE(f->getMaxOffset() == expected && steps == (f == &d200 ? 200000 : 16695));
-  }
-}
-
-TEST(Codec, HomeAddressAndCountFields) {
-  T f;
-  ASSERT_TRUE(f.setType(T::D600));
-  Bytes buf(14, 0xEE);
-  unsigned char* p = buf.data();
-  f.putHA(p, 0, 1, 2), f.putCount(p, 0x1234, 5, 3, 4, 300);
-  EXPECT_EQ(buf.data() + 13, p);
-  EXPECT_EQ(hex("00 0001 0002"          // HA: flag, CC 1, HH 2
-                "1234 0005 03 04 012C"  // count: CC, HH 5, R 3, KL 4, DL 300
-                "EE"),                  // untouched
-            buf);
-  const unsigned char* q = buf.data();
-  unsigned char flag = 9;
-  unsigned int cyl, head, hac, hah;
-  unsigned short r, kl, dl;
-  f.getHA(q, flag, hac, hah), f.getCount(q, cyl, head, r, kl, dl);
-  EXPECT_EQ(buf.data() + 13, q);
-  EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 0x1234, 5, 3, 4, 300}), (std::vector<unsigned>{flag, hac, hah, cyl, head, r, kl, dl}));
-
-  // 28-bit cylinders: HH = cylinder bits 16-27 above a 4-bit head. Count
-  // fields always use it; a home address only for cylinders above 65535.
-  f.setCylinders(70000);
-  struct Case { bool ha; unsigned cyl; unsigned short head; const char* bytes; };
-  const Case cases[] = {
-      {false, 100000, 5, "86A0 0015"}, {false, 3, 20, "0003 0004"},
-      {true, 65535, 20, "FFFF 0014"},  {true, 0x0FFFFFFF, 14, "FFFF FFFE"},
-  };
-  for (const Case& c : cases) {
-    unsigned char out[8];
-    p = out;
-    if (c.ha) f.putHA(p, 0, c.cyl, c.head); else f.putCount(p, static_cast<int>(c.cyl), c.head, 1, 0, 0);
-    EXPECT_EQ(hex(c.bytes), Bytes(out + c.ha, out + c.ha + 4)) << c.cyl;
-  }
-  const Bytes large = hex("86A0 0015 01 00 0000");
-  T small;  // without the flag HH 0015 is head 21
-  ASSERT_TRUE(small.setType(T::D600));
-  for (T* g : {&f, &small}) {
-    q = large.data(), g->getCount(q, cyl, head, r, kl, dl);
-    EXPECT_EQ(g == &f ? 100000u << 8 | 5 : 0x86A0u << 8 | 21, cyl << 8 | head);
   }
 }
 

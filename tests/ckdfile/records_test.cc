@@ -1,8 +1,4 @@
-// locate, locateNext, searchKey, searchRecord, writeCKD, writeD and
-// formatTrack on hand-built track images.
-#include <fcntl.h>
-#include <unistd.h>
-
+// locate, locateNext, searchKey, searchRecord, writeCKD and writeD on hand-built track images.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -83,25 +79,6 @@ TEST_F(Records, PositioningOutcomes) {
   }
 }
 
-TEST_F(Records, MultitrackSteps) {
-  ASSERT_TRUE(writeAt(path_, slotAt(0, 0), TrackImage(0, 0).record(0, 0, 0, {}, 8).record(0, 0, 1, {}, 4).marker().bytes()));
-  ASSERT_TRUE(writeAt(path_, slotAt(0, 1), TrackImage(0, 1).record(0, 1, 0, {}, 8).record(0, 1, 1, hex("D2"), 20).marker().bytes()));
-  ASSERT_EQ(0, f.readTrack(0, 0, 0));
-  EXPECT_EQ(21, offsetOf(f.locateNext(at(5), true)));  // same track
-  f.trackBuffer[13] = 0x5A, f.trackDirty = 1;           // a change is written back on the way
-  const void* next = f.locateNext(at(21), true);        // skips the marker and R0 of 0/1
-  EXPECT_TRUE(offsetOf(next) == 21 && f.currentHead == 1 && f.getRefKL(next) == 1);
-  EXPECT_EQ(Bytes{0x5A}, readAt(path_, slotAt(0, 0) + 13, 1));
-  ASSERT_EQ(0, f.readTrack(0, 0, 0));
-  EXPECT_TRUE(offsetOf(f.locateNext(at(33), true)) == 21 && f.currentHead == 1);  // from the marker itself
-
-  ASSERT_EQ(0, f.readTrack(1, 14, 0));  // the last track: nothing follows
-  EXPECT_EQ(nullptr, f.locateNext(at(5), true));
-  ASSERT_TRUE(writeAt(path_, slotAt(0, 1), emptyTrack(7, 7).bytes()));  // R0 names another track
-  ASSERT_EQ(0, f.readTrack(0, 0, 0));
-  EXPECT_TRUE(f.locateNext(at(21), true) == nullptr && f.currentHead == 1);
-}
-
 TEST(RecordsLarge, CylindersAbove65535) {
   ScopedTempDir dir;
   T f;  // a type and a buffer suffice for the writers
@@ -124,22 +101,6 @@ TEST(RecordsLarge, CylindersAbove65535) {
   std::memcpy(g.trackBuffer, img.data(), img.size());
   EXPECT_TRUE(g.searchRecord(nullptr, 100000, 5, 1) == g.trackBuffer + 21 && !g.searchRecord(nullptr, 0x86A0, 5, 1) &&
               g.locate(T::ORIENT_COUNT, 100000, 5, 1) == g.trackBuffer + 21);  // all 32 bits compared
-}
-
-// Damaged images: the walks end, nothing is read outside the buffer (sanitizers);
-// random images are the track-walk fuzz target's work.
-TEST_F(Records, DamagedImagesEndTheWalks) {
-  load(TrackImage(0, 2).record(0, 2, 0, {}, 8).raw(hex("0000 0002 01 FF FFFF")));  // R1: KL 255, DL 65535
-  EXPECT_TRUE(!f.locate(T::ORIENT_EOT, 0, 0, 0) && !f.locate(T::ORIENT_COUNT, 0, 2, 2) && !f.locateNext(at(21), true) &&
-              f.currentHead == 2 && !f.searchRecord(nullptr, 0, 2, 2));  // no track was read
-  // A 255-byte key 12 bytes before the record area's end runs past the slot: never compared.
-  load(TrackImage(0, 2).record(0, 2, 0, {}, static_cast<uint16_t>(kLimit - 25)).raw(hex("0000 0000 01 FF 0000")));
-  std::memset(f.trackBuffer + kLimit - 4, 0xAA, 28);
-  const Bytes key(255, 0xAA);
-  EXPECT_TRUE(offsetOf(f.locateNext(at(5), false)) == kLimit - 12 && !f.searchKey(nullptr, key.data(), 255, true));
-
-  std::memset(f.trackBuffer, 0, kSlot);  // all zero: 8-byte records of R 0 up to the end, no marker
-  EXPECT_TRUE(!f.locate(T::ORIENT_EOT, 0, 0, 0) && !f.searchRecord(nullptr, 1, 1, 1));
 }
 
 TEST_F(Records, WriteCkdAndWriteD) {
@@ -168,75 +129,6 @@ TEST_F(Records, WriteCkdAndWriteD) {
   ASSERT_EQ(0, f.readTrack(1, 0, 0));  // the change reaches the file with the buffer's trailer
   EXPECT_EQ(hex("0000 0002 01 02 0003 C1C2 AABBCC"), readAt(path_, slotAt(0, 2) + 21, 13));
   EXPECT_EQ(repeat(0x77, 16), readAt(path_, slotAt(0, 2) + kTrailer, 16));
-}
-
-TEST_F(Records, WriterBoundariesAndRefusals) {
-  const uint16_t fits = static_cast<uint16_t>(kLimit - 29);  // R1 after R0 ends at the record area's end
-  const Bytes data(fits + 1, 0x5C), d8(8, 0);
-  load(emptyTrack(0, 2));
-  const Bytes before = image();
-  struct Case { const char* name; long ref; unsigned cyl, head, rec, kl, dl; int rc; };
-  const Case cases[] = {
-      {"one byte more", 5, 0, 2, 1, 0, fits + 1u, T::kWriteNoRoom},
-      {"key counts too", 5, 0, 2, 1, 1, fits, T::kWriteNoRoom},
-      {"at the marker (KL 255 DL 65535)", 21, 0, 2, 1, 0, 0, T::kWriteNoRoom},
-      {"at the record area's end", kLimit, 0, 2, 1, 0, 0, T::kWriteBadRef},
-      {"at the trailer", kTrailer, 0, 2, 1, 0, 0, T::kWriteBadRef},
-      {"null", -1, 0, 2, 1, 0, 0, T::kWriteBadRef},
-      {"HA head differs", 0, 0, 3, 0, 0, 8, T::kWriteHaMismatch},
-      {"HA cylinder differs", 0, 1, 2, 0, 0, 8, T::kWriteHaMismatch},
-      {"HA both wrong, -4 first", 0, 1, 2, 1, 0, 8, T::kWriteHaMismatch},
-      {"HA record not 0", 0, 0, 2, 1, 0, 8, T::kWriteNotR0},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(c.rc, f.writeCKD(at(c.ref), c.cyl, static_cast<unsigned short>(c.head), static_cast<unsigned char>(c.rec),
-                               static_cast<unsigned char>(c.kl), static_cast<unsigned short>(c.dl), data.data()))
-        << c.name;
-  }
-  // Not in the buffer; at the limit; null; the marker's data runs far beyond.
-  EXPECT_EQ((std::vector<int>{T::kWriteBadRef, T::kWriteBadRef, T::kWriteBadRef, T::kWriteDataEnd}),
-            (std::vector<int>{f.writeCKD(d8.data(), 0, 2, 1, 0, 0, nullptr), f.writeD(at(kLimit), d8.data()),
-                              f.writeD(nullptr, d8.data()), f.writeD(at(21), d8.data())}));
-  EXPECT_TRUE(before == image() && !f.trackDirty);
-
-  ASSERT_EQ(0, f.writeCKD(at(5), 0, 2, 1, 0, fits, data.data()));  // a record filling the track exactly
-  EXPECT_EQ(hex("0000 0002 01 00 DDCB"), Bytes(f.trackBuffer + 21, f.trackBuffer + 29));  // DL 56779
-  EXPECT_EQ(cat({repeat(0x5C, 1), repeat(0xFF, 8), repeat(0x77, 16)}), Bytes(f.trackBuffer + kLimit - 1, f.trackBuffer + kSlot));
-  EXPECT_EQ(T::kWriteDataEnd, f.writeD(at(21), data.data()));  // writeD refuses a data area ending at the limit
-  load(emptyTrack(0, 2));
-  ASSERT_EQ(0, f.writeCKD(at(5), 0, 2, 1, 0, fits - 1, data.data()));
-  EXPECT_EQ(0, f.writeD(at(21), Bytes(fits - 1, 0x3D).data()));  // one byte shorter is fine
-  EXPECT_EQ(hex("3D FF"), Bytes(f.trackBuffer + kLimit - 2, f.trackBuffer + kLimit));
-
-  // At the home address writeD reads HA and R0's CC as a count field: KL byte 5, DL bytes 6-7.
-  load(TrackImage(0, 2).raw(hex("00 0800")));
-  EXPECT_EQ(0, f.writeD(f.trackBuffer, Bytes(0x800, 0x44).data()));  // data area 8 .. 2055
-  EXPECT_EQ(hex("44 00"), Bytes(f.trackBuffer + 2055, f.trackBuffer + 2057));
-  load(TrackImage(0xFFFF, 0xFFFF).raw(repeat(0xFF, 8)));
-  EXPECT_EQ(T::kWriteDataEnd, f.writeD(f.trackBuffer, data.data()));
-}
-
-TEST_F(Records, FormatTrack) {
-  ASSERT_TRUE(writeAt(path_, slotAt(1, 3), Bytes(kSlot, 0xA5)));
-  f.trackDirty = 1;
-  const Bytes before = image();
-  ASSERT_EQ(0, f.formatTrack(1, 3, 0));
-  const TrackImage want = TrackImage(1, 3).raw(hex("0001 0003 00 00 0008"  // R0 count: CC HH R KL DL
-                                                   "0000000000000000"      // R0 data
-                                                   "FFFFFFFFFFFFFFFF"));   // marker at 21
-  EXPECT_EQ(want.slot(kSlot), readAt(path_, slotAt(1, 3), kSlot));  // trailer zero too
-  EXPECT_TRUE(before == image() && f.currentCyl == 0 && f.currentHead == 2 && f.trackDirty);  // left alone
-  EXPECT_EQ((std::vector<int>{T::kFormatRange, T::kFormatRange, T::kFormatRange}),
-            (std::vector<int>{f.formatTrack(2, 0, 0), f.formatTrack(0, 15, 0), f.formatTrack(0, 0, 1)}));
-  EXPECT_EQ(static_cast<long long>(slotAt(2, 0)), fileSize(path_));
-  const int rw = f.fileDescriptor;  // a descriptor that cannot be written: -1
-  f.fileDescriptor = ::open(path_.c_str(), O_RDONLY);
-  EXPECT_EQ(T::kFormatIo, f.formatTrack(0, 0, 0));
-  ::close(f.fileDescriptor);
-  f.fileDescriptor = rw;
-  T ro, none;
-  ASSERT_EQ(0, ro.open(path_.c_str(), true));
-  EXPECT_TRUE(ro.formatTrack(0, 0, 0) == T::kFormatNoFile && none.formatTrack(0, 0, 0) == T::kFormatNoFile);
 }
 
 }  // namespace

@@ -163,9 +163,8 @@ TEST_F(Verify, TrailerCodes) {
 
 TEST_F(Verify, HooksIntoReadAndWriteBack) {
   ASSERT_TRUE(writeAt(path, slotAt(1, 5), TrackImage(1, 5).record(1, 5, 0, {}, 8).record(1, 5, 0, {}, 3).marker().bytes()));
-  f.verifyTracks = 1;
-  EXPECT_EQ(T::kTrackVerify, f.readTrack(1, 5, 0));  // read, current, but code 105
-  EXPECT_TRUE(f.verifyCode == 105 && f.currentCyl == 1 && f.currentHead == 5);
+  f.verifyTracks = 1;  // read, current, but code 105
+  EXPECT_TRUE(f.readTrack(1, 5, 0) == T::kTrackVerify && f.verifyCode == 105 && f.currentCyl == 1 && f.currentHead == 5);
   ASSERT_EQ(0, f.readTrack(1, 6, 0));
   f.trackBuffer[2] = 0x07, f.trackDirty = 1;  // the home address now names cylinder 7
   EXPECT_TRUE(f.writeTrack() == T::kTrackVerify && f.verifyCode == 2);
@@ -276,35 +275,6 @@ TEST_F(Versioning, CommitAndRollbackEveryTrack) {
     }
     EXPECT_EQ(0, f.disableVersion());
   }
-}
-
-// Broken links met by the walk from the newest copy back: each code, then repaired.
-TEST_F(Versioning, BrokenLinks) {
-  activate();
-  rewrite(0, 1, 0x01);
-  rewrite(0, 2, 0x02);
-  const uint64_t c2 = dataEnd() + kSlot, home = slotAt(0, 2);
-  const long long length = fileSize(path);  // nothing is cut below
-  struct Case { const char* name; uint64_t at; const char* bytes; int rc; };
-  const Case cases[] = {
-      {"newest copy lacks VER0", c2 + kSlot - 16, "56455258", -6},
-      {"home links elsewhere", home + kSlot - 8, "0000000000003039", -9},
-      {"home lacks VER0", home + kSlot - 16, "00000000", -8},
-      {"copy links past the end", c2 + kSlot - 8, "0000010000000000", -7},
-      {"copy links to all ones", c2 + kSlot - 8, "FFFFFFFFFFFFFFFF", -7},
-      {"copy names another track", c2 + 3, "0003", -10},
-      {"copy link 0: the home address decides", c2 + kSlot - 8, "0000000000000000", 2},
-  };
-  for (const Case& c : cases) {
-    const Bytes keep = readAt(path, c.at, hex(c.bytes).size());
-    ASSERT_TRUE(writeAt(path, c.at, hex(c.bytes)));
-    EXPECT_TRUE(f.verifyVersion(-1) == c.rc && (c.rc > 0 || f.commitVersion(-1) == c.rc)) << c.name;
-    ASSERT_TRUE(writeAt(path, c.at, keep) && fileSize(path) == length);
-  }
-  // An error stops the walk after the newer copy was processed; nothing is cut.
-  ASSERT_TRUE(writeAt(path, slotAt(0, 1) + kSlot - 8, be(999, 8)));
-  EXPECT_TRUE(f.rollbackVersion(-1) == -9 && fileSize(path) == length);
-  EXPECT_EQ(emptyTrack(0, 2, 2).slot(kSlot), slot(home));  // rolled back already
 }
 
 // A commit interrupted after its two newest copies: every track still

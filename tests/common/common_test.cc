@@ -1,5 +1,4 @@
-// The common layer: byte order, the large-cylinder rule, EBCDIC translation,
-// the pointer array, PTR and RexxString.
+// The common layer: byte order, EBCDIC translation, the pointer array, PTR and RexxString.
 #include <vector>
 #include <chrono>
 #include <cstring>
@@ -9,7 +8,6 @@
 
 #include "common/architecture_translation.h"
 #include "common/byte_order.h"
-#include "common/cchh.h"
 #include "common/data_translator.h"
 #include "common/dynamic_typed_pointer_array.h"
 #include "common/ptr.h"
@@ -38,17 +36,6 @@ TEST(ByteOrder, EveryWidthBothWays) {
   using A = ArchitectureTranslation;
   EXPECT_EQ((V{0x0102, 0x01020304, 0x0102030405060708, 0x0201, 0x04030201, 0x0807060504030201}),
             (V{A::mtohs(s), A::mtohi(i), A::mtohll(l), A::itohs(s), A::itohi(i), A::itohll(l)}));
-}
-
-// Large volumes: HH holds cylinder bits 16-27 above a 4-bit head.
-TEST(Cchh, LargeCylinderRule) {
-  struct Case { uint16_t cc, hh; bool large; uint32_t cyl, head; };
-  const Case cases[] = {{0x0005, 0x0012, true, 65541, 2}, {0x0005, 0x0012, false, 5, 18},
-                        {0x86A0, 0x0015, true, 100000, 5}, {0xFFFF, 0xFFFE, true, 0x0FFFFFFF, 14}};
-  for (const Case& c : cases) {
-    const CylHead ch = decodeCchh(c.cc, c.hh, c.large);
-    EXPECT_TRUE(c.cyl == ch.cyl && c.head == ch.head && (!c.large || c.hh == encodeLargeHh(c.cyl, c.head))) << c.cc << " " << c.hh;
-  }
 }
 
 TEST(DataTranslator, CodePage037) {
