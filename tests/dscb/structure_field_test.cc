@@ -1,5 +1,5 @@
-// StructureField: entry placement, lookup, each rendering of one field, the
-// whole-record dump's columns and the layout descriptions.
+// StructureField: each rendering of one field, the whole-record dump's
+// columns and titles, the dump and description of an empty table.
 #include "dscb/structure_field.h"
 
 #include <string>
@@ -23,32 +23,6 @@ std::string dump(const F* table, const Bytes& record, int indent) {
 std::string describe(const F* table) {
   RexxString out;
   return F::printDesc(out, table).text();
-}
-
-TEST(StructureFieldTest, NegativeOffsetsAndLookup) {
-  const F table[] = {
-      {"Lead", F::SfldHex, 8, 2, false},       // 8..9
-      {"VTOC-loc", F::SfldHex, -1, 5, false},  // right after Lead: 10
-      {"CC", F::SfldUint, -2, 2, false},       // where Lead ends: 10
-      {"HH", F::SfldUint, -1, 2, false},       // 12
-      {"CC", F::SfldUint, -1, 1, true},        // 14; a second CC
-      {"Stop", F::SfldNone, 15, 1, true},      // type 0 ends the walk
-      {"After", F::SfldHex, 16, 1, true},
-      {nullptr, F::SfldEnd, 0, 0, true},
-  };
-  const int offsets[] = {8, 10, 10, 12, 14};
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(table[i].offset, offsets[i]) << i;
-  const struct {
-    const char* name;
-    int index;
-  } rows[] = {{"HH", 3}, {"CC", 2}, {"hh", -1}, {"Stop", -1}, {"After", -1}, {"Absent", -1}};
-  for (const auto& r : rows) {
-    int index = 7;
-    const F* f = F::locateField(r.name, table, &index);
-    EXPECT_EQ(index, r.index) << r.name;
-    EXPECT_EQ(f, r.index < 0 ? nullptr : &table[r.index]) << r.name;
-  }
-  EXPECT_EQ(F::locateField("HH", table, nullptr), &table[3]);
 }
 
 TEST(StructureFieldTest, OneFieldRenderings) {
@@ -152,25 +126,6 @@ TEST(StructureFieldTest, DumpColumnsTitlesAndEmptyTables) {
   EXPECT_EQ(dump(none, {0}, 0), "");
   EXPECT_EQ(describe(empty), "  Total length: 0\n");
   EXPECT_EQ(describe(none), "  Total length: 0\n");
-}
-
-TEST(StructureFieldTest, DescriptionsCountOverlapsOnce) {
-  const F table[] = {
-      {"Layout", F::SfldTitle, 0, 0, true},
-      {"AltCyls", F::SfldUint, 61, 1, true},  {"DevConst", F::SfldHex, 62, 14, false},
-      {"NbrCyls", F::SfldUint, 62, 2, false}, {"Trks/Cyl", F::SfldUint, 64, 2, true},
-      {nullptr, F::SfldEnd, 0, 0, true},
-  };
-  EXPECT_EQ(describe(table),
-            "  Layout: Offset-0(0x0), Length-0, Type-17, NL-Yes\n"
-            " AltCyls: Offset-61(0x3D), Length-1, Type-3, NL-Yes\n"
-            "DevConst: Offset-62(0x3E), Length-14, Type-4, NL-No\n"
-            " NbrCyls: Offset-62(0x3E), Length-2, Type-3, NL-No\n"
-            "Trks/Cyl: Offset-64(0x40), Length-2, Type-3, NL-Yes\n"
-            "          Total length: 76\n");
-  RexxString out;
-  F("Resv", F::SfldDump, 115, 10, false).printDesc(out, 0);
-  EXPECT_STREQ(out.text(), "Resv: Offset-115(0x73), Length-10, Type-7, NL-No\n");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// BasicPartionedAccessMethod: directory entries from hand-written bytes, the
-// open results, the directory walk over damaged blocks, relative tracks, and
-// members read and replaced (checked by rereading the volume file).
+// BasicPartionedAccessMethod: the open results, the directory walk over
+// damaged blocks, relative tracks, and members read and replaced (checked by
+// rereading the volume file).
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -44,40 +44,6 @@ struct Pds {
     }
   }
 };
-
-TEST(PdsTest, DirectoryEntryShapes) {
-  const struct {
-    const char* what;
-    Bytes entry;
-    const char* name;
-    int length, userBytes;
-  } rows[] = {
-      // name (8, EBCDIC), TT (2), R, indicator, user data
-      {"2 halfwords, then the next entry's bytes",
-       {0xC1, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x01, 0x02, 7, 0x02, 0xDE, 0xAD, 0xBE, 0xEF, 0x99, 0x99},
-       "AB", 16, 4},
-      {"inner blank kept", {0xC1, 0x40, 0xC2, 0x40, 0x40, 0x40, 0x40, 0x40, 0x01, 0x02, 7, 0}, "A B", 12, 0},
-      {"all blanks", {0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x01, 0x02, 7, 0}, "", 12, 0},
-      {"eight characters", {0xD4, 0xC5, 0xD4, 0xC2, 0xC5, 0xD9, 0xF1, 0xF2, 0x01, 0x02, 7, 0}, "MEMBER12", 12, 0},
-      {"NULs and blanks trail", {0xC1, 0x00, 0x40, 0x00, 0, 0, 0, 0, 0x01, 0x02, 7, 0}, "A", 12, 0},
-      {"top bits do not count: 8F", {0xC1, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x01, 0x02, 7, 0x8F}, "A", 42, 30},
-      {"the longest: 1F", {0xC1, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x40, 0x01, 0x02, 7, 0x1F}, "A", 74, 62},
-  };
-  for (const auto& row : rows) {
-    Bytes entry = row.entry;
-    for (size_t i = entry.size(); i < 80; ++i) entry.push_back(static_cast<unsigned char>(i));
-    Bpam::DirEnt e(entry.data());
-    EXPECT_EQ(std::string(e.name, 12), std::string(row.name) + std::string(12 - strlen(row.name), '\0'))
-        << row.what;
-    EXPECT_EQ(e.track, 0x0102) << row.what;
-    EXPECT_EQ(e.record, 7) << row.what;
-    EXPECT_EQ(e.indicators, entry[11]) << row.what;
-    EXPECT_EQ(Bpam::DirEnt::entryLength(entry.data()), row.length) << row.what;
-    Bytes user(entry.begin() + 12, entry.begin() + 12 + row.userBytes);
-    user.resize(62, 0);  // zero past the entry's user data
-    EXPECT_EQ(Bytes(e.userData, e.userData + 62), user) << row.what;
-  }
-}
 
 TEST(PdsTest, OpenResults) {
   TestVolume vol;
@@ -127,42 +93,6 @@ TEST(PdsTest, OpenResults) {
     EXPECT_EQ(errno, ENOENT);
   }
   EXPECT_EQ(pds.extents.count + pds.directory.count, 0);
-}
-
-TEST(PdsTest, DirectoryOfEveryEntryLengthOverSeveralBlocksAndTracks) {
-  std::vector<PdsMember> members;
-  for (int i = 0; i < 32; ++i) {  // i halfwords of user data: entries of 12 to 74 bytes
-    PdsMember m;
-    m.name = "M" + std::to_string(100 + i);
-    for (int k = 0; k < 2 * i; ++k) m.userData.push_back(static_cast<unsigned char>(i * 8 + k));
-    if (i % 4 != 0) m.blocks = textBlocks(m.name, 1, 80, 10);
-    m.indicatorFlags = i % 3 == 0 ? 0x80 : (i % 3 == 1 ? 0x60 : 0x00);  // kept, not counted
-    members.push_back(m);
-  }
-  TestVolume vol;
-  vol.writeVtoc({format1Dscb(pdsDataSet("TEST.PDS", 80, 800, {{1, 0, 2, 14}}))});
-  PdsLayoutOptions opts;
-  opts.directoryBlocks = 9;  // 6 used, 3 with bytes used 2
-  opts.recordsPerTrack = 4;  // the directory spans three tracks
-  PdsPlacement at = writePds(vol, {{1, 0, 2, 14}}, members, opts);
-  ASSERT_GT(at.directoryEof.head, 1);
-  DskVolume dsk;
-  ASSERT_EQ(dsk.open(&vol.file()), 0);
-  Bpam pds(dsk);
-  for (int pass = 1; pass <= 2; ++pass) {  // a second open adds everything again
-    ASSERT_EQ(pds.openDataset("TEST.PDS"), 0);
-    ASSERT_EQ(pds.directory.count, 32 * pass);
-    EXPECT_EQ(pds.extents.count, pass);
-    for (int i = 0; i < 32; ++i) {
-      const Bpam::DirEnt* e = pds.directory[32 * (pass - 1) + i];
-      EXPECT_EQ(e->name, members[i].name);
-      EXPECT_EQ(e->track * 256 + e->record, at.memberTT[i] * 256 + at.memberR[i]) << i;
-      EXPECT_EQ(e->indicators, members[i].indicatorFlags | i) << i;
-      Bytes user = members[i].userData;
-      user.resize(62, 0);
-      EXPECT_EQ(Bytes(e->userData, e->userData + 62), user) << i;
-    }
-  }
 }
 
 // Opens TEST.PDS on 1/0-1/14 whose track 1/0 holds `track`; the names read.
@@ -364,25 +294,6 @@ TEST(PdsTest, ReadMemberResults) {
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(undefined.pds.replaceMember("LOAD"), Bpam::kReadUndefinedLength);
   EXPECT_EQ(undefined.pds.readMember("OTHER"), Bpam::kReadNoMember);
-}
-
-TEST(PdsTest, SetRecordLengths) {
-  Pds f({{"M", textBlocks("M", 1, 80, 1), {}}});
-  const char data[100] = "0123456789";
-  const struct {
-    const char* data;
-    int length, rc;
-  } rows[] = {{data, 81, Bpam::kSetBadLength}, {data, -1, Bpam::kSetBadLength},
-              {nullptr, 5, Bpam::kSetBadLength}, {data, 0, Bpam::kSetOk},
-              {data, 80, Bpam::kSetOk}, {data, 10, Bpam::kSetOk}};
-  errno = 1234;
-  for (const auto& row : rows) EXPECT_EQ(f.pds.setRecord(7, row.data, row.length), row.rc) << row.length;
-  EXPECT_EQ(errno, 1234);
-  ASSERT_EQ(f.pds.newRecords.count, 2);  // in call order, whatever the number says
-  EXPECT_EQ(bytesOf(f.pds.newRecords[0]), std::string(data, 80));
-  EXPECT_EQ(bytesOf(f.pds.newRecords[1]), "0123456789");
-  DskVolume dsk;
-  EXPECT_EQ(Bpam(dsk).setRecord(0, data, 1), Bpam::kSetBadLength);  // LRECL unset
 }
 
 TEST(PdsTest, ReplaceMemberRoundTrip) {

@@ -133,11 +133,7 @@ Dscb format5Dscb(const std::vector<FreeExtent>& extents, Cchhr next) {
   return d;
 }
 
-Dscb formatIdDscb(unsigned char formatId) {
-  Dscb d{};
-  d[44] = formatId;
-  return d;
-}
+Dscb formatIdDscb(unsigned char formatId) { Dscb d{}; d[44] = formatId; return d; }
 Dscb emptyDscb() { return Dscb{}; }
 
 Record dataRecord(uint8_t rec, Bytes data) { return Record{rec, {}, std::move(data)}; }
@@ -267,12 +263,6 @@ void TestVolume::patchDscb(Cchhr at, int offset, const Bytes& bytes) {
   Dscb d = readDscb(at);
   std::copy(bytes.begin(), bytes.end(), d.begin() + offset);
   putDscb(at, d);
-}
-
-void TestVolume::setLastDscb(Cchhr at) {
-  Bytes cchhr(5);
-  putCchhr(cchhr.data(), at, file_.largeCylinders != 0);
-  patchDscb(vtocStart(), 45, cchhr);
 }
 
 std::vector<Cchhr> TestVolume::writeVtoc(const std::vector<Dscb>& dscbs, int perTrack) {

@@ -94,7 +94,6 @@ class TestVolume {
 
   EmulatedCKDfile& file() { return file_; }
   const std::string& path() const { return path_; }
-  const ScopedTempDir& dir() const { return dir_; }
   void close();  // writes back a changed track and closes
   void reopen(bool readOnly = false);
 
@@ -109,7 +108,6 @@ class TestVolume {
   Dscb readDscb(Cchhr at);
   void putDscb(Cchhr at, const Dscb& dscb);
   void patchDscb(Cchhr at, int offset, const std::vector<unsigned char>& bytes);
-  void setLastDscb(Cchhr at);  // the Format-4 DSCB's LastDSCB (the walk limit)
   // Replaces the VTOC after the Format-4 DSCB by `dscbs`, filling each track
   // (to `perTrack` when > 0); LastDSCB becomes the last one. Returns the addresses.
   std::vector<Cchhr> writeVtoc(const std::vector<Dscb>& dscbs, int perTrack = 0);
