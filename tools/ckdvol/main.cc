@@ -26,27 +26,11 @@ std::vector<Command>& registry() {
 
 namespace {
 
-// Edit distance, for "did you mean" on an unknown command name.
-size_t distance(const std::string& a, const std::string& b) {
-  std::vector<size_t> row(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t up = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-      diagonal = up;
-    }
-  }
-  return row[b.size()];
-}
-
 std::string nearestCommand(const std::vector<Command>& commands, const std::string& name) {
   std::string best;
   size_t bestDistance = 3;  // more than two edits away is no suggestion
   for (const Command& c : commands) {
-    const size_t d = distance(name, c.name);
+    const size_t d = editDistance(name, c.name);
     const bool prefix = name.size() >= 2 && c.name.compare(0, name.size(), name) == 0;
     if (prefix || d < bestDistance) {
       best = c.name;

@@ -11,6 +11,9 @@ namespace ckdvol_tool {
 int fail(const std::string& file, const std::string& cause);
 // Writes "ckdvol: TEXT" to standard error and returns `status`.
 int failWith(int status, const std::string& text);
+// The Levenshtein distance between two names, for "did you mean" suggestions.
+size_t editDistance(const std::string& a, const std::string& b);
+
 // True when standard error is a terminal (progress bars go there).
 bool stderrIsTerminal();
 // True when standard input is a terminal (questions are asked there).
