@@ -265,6 +265,12 @@ void TestVolume::patchDscb(Cchhr at, int offset, const Bytes& bytes) {
   putDscb(at, d);
 }
 
+void TestVolume::setLastDscb(Cchhr at) {
+  Bytes cchhr(5);
+  putCchhr(cchhr.data(), at, file_.largeCylinders != 0);
+  patchDscb(vtocStart(), 45, cchhr);
+}
+
 std::vector<Cchhr> TestVolume::writeVtoc(const std::vector<Dscb>& dscbs, int perTrack) {
   const Cchhr f4 = vtocStart();
   Dscb format4 = readDscb(f4);

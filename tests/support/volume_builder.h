@@ -108,6 +108,7 @@ class TestVolume {
   Dscb readDscb(Cchhr at);
   void putDscb(Cchhr at, const Dscb& dscb);
   void patchDscb(Cchhr at, int offset, const std::vector<unsigned char>& bytes);
+  void setLastDscb(Cchhr at);  // the Format-4 DSCB's LastDSCB (the walk limit)
   // Replaces the VTOC after the Format-4 DSCB by `dscbs`, filling each track
   // (to `perTrack` when > 0); LastDSCB becomes the last one. Returns the addresses.
   std::vector<Cchhr> writeVtoc(const std::vector<Dscb>& dscbs, int perTrack = 0);

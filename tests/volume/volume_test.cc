@@ -171,6 +171,100 @@ TEST(VolumeTest, VtocFirstRecordResults) {
   EXPECT_EQ(errno, ENOENT);
 }
 
+TEST(VolumeTest, VtocWalk) {
+  using Setup = std::function<void(TestVolume&)>;
+  auto many = [](int n) {
+    std::vector<Dscb> d;
+    for (int i = 0; i < n; ++i) d.push_back(format1Dscb(dataSet("DS" + std::to_string(i))));
+    return d;
+  };
+  const struct {
+    const char* name;
+    Setup setup;
+    int err;
+    const char* printed;
+    int f1, f8, f5, f0, unknown;
+  } rows[] = {
+      {"fresh volume: LastDSCB 0 stops at the next track", [](TestVolume&) {}, 0, "", 0, 0, 0, 0, 0},
+      {"limit on the Format-4 track: the rest of that track",
+       [](TestVolume& v) { v.setLastDscb(Cchhr{0, 1, 1}); }, 0, "", 0, 0, 1, 10, 0},
+      {"unknown formats counted, chain DSCBs not",
+       [](TestVolume& v) {
+         v.writeVtoc({formatIdDscb(0xF2), formatIdDscb(0xF7), formatIdDscb(0xF4), formatIdDscb(0xF6),
+                      formatIdDscb(0xFA), formatIdDscb(0x01), formatIdDscb(0x05), formatIdDscb(0x08),
+                      format3Dscb({}), format9Dscb({}), emptyDscb(), format8Dscb(dataSet("E"))});
+       },
+       0, "", 0, 1, 0, 1, 8},
+      {"three tracks of ten", [&](TestVolume& v) { v.writeVtoc(many(30), 10); }, 0, "", 30, 0, 0, 0, 0},
+      {"limit inside the second track: that whole track",
+       [&](TestVolume& v) { v.setLastDscb(v.writeVtoc(many(30), 10)[14]); }, 0, "", 20, 0, 0, 0, 0},
+      {"walk ends after 5000 DSCBs",
+       [](TestVolume& v) { v.writeVtoc(std::vector<Dscb>(5003, emptyDscb())); }, 0, "", 0, 0, 0, 5000, 0},
+      {"fillers beyond the limit end the walk",
+       [](TestVolume& v) { v.writeVtoc({format1Dscb(dataSet("ONLY"))}); }, 0, "", 1, 0, 0, 0, 0},
+      {"a keyed 8/256 block inside the walk",
+       [](TestVolume& v) {
+         v.writeVtoc({format5Dscb({}), format1Dscb(dataSet("BEFORE")), emptyDscb(), emptyDscb(),
+                      format1Dscb(dataSet("AFTER"))});
+         v.putRecord(0, 1, keyedRecord(5, Bytes(8, 0xC1), Bytes(256)));
+       },
+       9995, " key len err 9995 8 cc hh r is 0 1 5\n", 1, 0, 1, 1, 0},
+      {"a 44/96 count field running past the record area",
+       [](TestVolume& v) {
+         v.writeVtoc({});  // the Format-4 DSCB alone on 0/1
+         v.setLastDscb(Cchhr{0, 2, 1});
+         ASSERT_EQ(v.dscbsPerTrack(), 255);  // 383 by bytes
+         v.setRecords(0, 2, std::vector<Record>(383, dscbRecord(1, emptyDscb())));
+         EmulatedCKDfile& f = v.file();
+         ASSERT_EQ(f.readTrack(0, 2, 0), 0);
+         unsigned char* p = const_cast<unsigned char*>(
+             static_cast<const unsigned char*>(f.locate(EmulatedCKDfile::ORIENT_EOT, 0, 2, 0)));
+         const unsigned char count[8] = {0, 0, 0, 2, 200, 44, 0, 96};  // 0/2/200, KL 44, DL 96
+         std::memcpy(p, count, 8);
+         unsigned char* limit = f.trackBuffer + f.trackSlotSize - 24;
+         std::memset(p + 8, 0, static_cast<size_t>(limit - p - 8));
+         std::memset(limit, 0xFF, 8);
+         f.trackDirty = 1;
+         ASSERT_EQ(f.writeTrack(), 0);
+       },
+       9995, " key len err 9995 44 cc hh r is 0 2 200\n", 0, 0, 0, 383, 0},
+  };
+  for (const auto& row : rows) {
+    TestVolume vol;
+    row.setup(vol);
+    DiskVtoc vtoc;
+    Outcome o = readVtoc(vol, vtoc);
+    EXPECT_EQ(o.rc, row.err ? -1 : 0) << row.name;
+    EXPECT_EQ(o.err, row.err) << row.name;
+    EXPECT_EQ(o.printed, row.printed) << row.name;
+    EXPECT_EQ(std::vector<int>({vtoc.f1List.count, vtoc.f8List.count, vtoc.f5List.count,
+                                vtoc.f0Count, vtoc.unknownCount}),
+              std::vector<int>({row.f1, row.f8, row.f5, row.f0, row.unknown}))
+        << row.name;
+    ASSERT_TRUE(vtoc.f4.isSet()) << row.name;
+    EXPECT_EQ(vtoc.f4->cyl * 100 + vtoc.f4->head * 10 + vtoc.f4->rec, 11) << row.name;
+  }
+}
+
+TEST(VolumeTest, VtocWalkOnNineteenHeadsNumbersTracksCylinderTimesFifteen) {
+  TestVolume vol(EmulatedCKDfile::D300, 2);
+  vol.setLastDscb(Cchhr{0, 18, 1});  // walk limit: index 18
+  for (uint16_t h = 2; h < 19; ++h) vol.setRecords(0, h, {});  // record zero only: passed over
+  for (uint16_t h = 0; h < 19; ++h) vol.setRecords(1, h, {});
+  const struct {
+    uint32_t c;
+    uint16_t h;
+    const char* name;
+    bool walked;
+  } at[] = {{0, 18, "AT.INDEX.18", true}, {1, 0, "AT.INDEX.15", true}, {1, 4, "AT.INDEX.19", false}};
+  for (const auto& a : at) vol.setRecords(a.c, a.h, {dscbRecord(1, format1Dscb(dataSet(a.name)))});
+  DiskVtoc vtoc;
+  ASSERT_EQ(readVtoc(vol, vtoc).rc, 0);
+  for (const auto& a : at) EXPECT_EQ(vtoc.locateDataset(a.name) != nullptr, a.walked) << a.name;
+  EXPECT_EQ(vtoc.f1List.count, 2);
+  EXPECT_EQ(vtoc.f5List.count, 1);
+}
+
 TEST(VolumeTest, VtocChainsListingAndLookup) {
   TestVolume vol;
   // 0/1: 2 F1 CHAINED (-> 6), 3 F1 LOOPED (-> 8), 4 F1 NOWHERE, 5 F1 WRONG (-> 3),
