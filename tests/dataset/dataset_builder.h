@@ -1,7 +1,9 @@
-// Test-side builders for the data-set layer's tests, written byte by byte
-// from the on-volume layouts (independently of the layer's decoders).
+// Test-side helpers for the data-set layer's tests: bytes written by hand
+// (independently of the layer's decoders), Format-1 layouts, a checked scan.
 #ifndef CKDVOL_TESTS_DATASET_DATASET_BUILDER_H_
 #define CKDVOL_TESTS_DATASET_DATASET_BUILDER_H_
+
+#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
@@ -13,36 +15,28 @@
 
 namespace ckdvol_test {
 
-Bytes cat(const std::vector<Bytes>& parts);
+inline Bytes cat(const std::vector<Bytes>& parts) {
+  Bytes all;
+  for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
+  return all;
+}
 // BDW / RDW: LL (u16, the 4 bytes included), 00 00. SDW: LL, segment control
 // (00 complete, 01 first, 02 last, 03 middle), 00.
 inline Bytes word(uint16_t ll, uint8_t control = 0) { return {uint8_t(ll >> 8), uint8_t(ll), control, 0}; }
-inline Bytes text(const std::string& t) { return ebcdic(t); }
 inline Bytes ascii(const std::string& s) { return Bytes(s.begin(), s.end()); }
-DataSetLayout layout(const std::string& name, std::vector<ExtentSpec> extents, int nbrExts = -1,
-                     Cchhr next = Cchhr(), uint8_t recfm = 0x90, uint16_t lrecl = 80);
+inline DataSetLayout layout(const std::string& name, std::vector<ExtentSpec> extents, int nbrExts = -1,
+                            Cchhr next = Cchhr(), uint8_t recfm = 0x90, uint16_t lrecl = 80) {
+  DataSetLayout l;
+  l.name = name, l.extents = std::move(extents), l.nbrExts = nbrExts, l.next = next, l.recfm = recfm, l.lrecl = lrecl;
+  return l;
+}
 // scanVtoc, expecting success.
-ckdvol::VtocInfo scan(EmulatedCKDfile& file);
-// Format-4 DSCB: key 44 x 04 | 44 F4 | 45 DS4HPCHR last active DSCB | 74
-// DS4DEVDT DSCBs per track | 105 DS4VTOCE: type 01, sequence 0, low and high CCHH.
-Dscb format4Dscb(Cchhr lastActive, uint8_t perTrack, Cchhr vtocLow, Cchhr vtocHigh, bool large = false);
-// Points the label at `format4`; writes each track's DSCBs as records 1, 2, ...
-void layVtoc(TestVolume& vol, Cchhr format4, const std::vector<std::pair<Cchhr, std::vector<Dscb>>>& tracks);
-
-// A D600 volume of more than 65520 cylinders as a sparse file: only the
-// tracks given to setTrack() (before open()) hold bytes, composed here with
-// the 28-bit CC/HH (CC = cyl & FFFF, HH = (cyl >> 16) << 4 | head).
-class SparseLargeVolume {
- public:
-  explicit SparseLargeVolume(uint32_t cylinders);
-  void setTrack(uint32_t cyl, uint16_t head, const std::vector<Record>& records);
-  EmulatedCKDfile& open();  // read-only
-
- private:
-  ScopedTempDir dir_;
-  std::string path_;
-  EmulatedCKDfile file_;
-};
+inline ckdvol::VtocInfo scan(EmulatedCKDfile& file) {
+  ckdvol::VtocInfo v;
+  std::string error;
+  EXPECT_EQ(ckdvol::scanVtoc(file, v, error), ckdvol::kScanOk) << error;
+  return v;
+}
 
 }  // namespace ckdvol_test
 

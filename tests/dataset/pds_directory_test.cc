@@ -21,12 +21,12 @@ const Bytes kStats30 = cat({{0x01, 0x05,              // version 1, modification
                              0x01, 0x25, 0x36, 0x5F,  // changed 2025 day 365
                              0x13, 0x45,              // changed 13:45 (packed)
                              0x00, 0x64, 0x00, 0x32, 0x00, 0x0A},  // lines 100, 50, 10
-                            text("IBMUSER "), {0x00, 0x00}});      // user id, reserved
+                            ebcdic("IBMUSER "), {0x00, 0x00}});    // user id, reserved
 const Bytes kStats40 = cat({{0x02, 0x00, 0x20, 0x00,  // 2.00, extended, 0 seconds
                              0x00, 0x99, 0x36, 0x6F,  // created 1999 day 366
                              0x00, 0x00, 0x00, 0x0F,  // no changed date
                              0x00, 0x00, 0xFF, 0xFF, 0xC3, 0x50, 0x00, 0x07},
-                            text("U1      "),
+                            ebcdic("U1      "),
                             {0x00, 0x01, 0x86, 0xA0,    // current 100000
                              0x00, 0x00, 0xC3, 0x50,    // initial 50000
                              0x00, 0x00, 0x00, 0x07}});  // modified 7
@@ -49,22 +49,20 @@ std::string statsText(uint8_t indicator, const Bytes& data) {
 }
 
 TEST(PdsDirectoryTest, StatisticsOnlyWhereTheLayoutFits) {
-  struct Case {
-    uint8_t indicator;
-    Bytes data;
-    std::string text;
-  } cases[] = {
+  struct Case { uint8_t indicator; Bytes data; std::string text; } cases[] = {
       {0x0F, kStats30, "1.5 2024/32 2025/365 13:45:37 100/50/10 IBMUSER"},
       {0x14, kStats40, "2.0 1999/366 0/0 00:00:00 100000/50000/7 U1 x"},
-      {0x0F, patched(kStats30, 11, 0x7F), "-"},  // changed day 367
-      {0x0F, patched(kStats30, 12, 0x24), "-"},  // hour 24
-      {0x0F, patched(kStats30, 3, 0x3A), "-"},   // seconds digit A
-      {0x0F, patched(kStats30, 2, 0x20), "-"},   // extended flag on 30 bytes
-      {0x14, patched(kStats40, 2, 0x00), "-"},   // 40 bytes without the flag
-      {0x2F, kStats30, "-"},                     // one user TTR: a load module
-      {0x0F, patched(kStats30, 0, 100), "-"},    // version 100
-      {0x0F, patched(kStats30, 1, 100), "-"},    // modification level 100
-      {0x10, cat({kStats30, {0, 0}}), "-"},      // 32 bytes
+      // changed day 367, hour 24, seconds digit A; extended flag on 30 bytes, 40 bytes without it
+      {0x0F, patched(kStats30, 11, 0x7F), "-"}, {0x0F, patched(kStats30, 12, 0x24), "-"},
+      {0x0F, patched(kStats30, 3, 0x3A), "-"},  {0x0F, patched(kStats30, 2, 0x20), "-"},
+      {0x14, patched(kStats40, 2, 0x00), "-"},
+      // one user TTR (a load module), version 100, modification level 100, 32 bytes
+      {0x2F, kStats30, "-"}, {0x0F, patched(kStats30, 0, 100), "-"}, {0x0F, patched(kStats30, 1, 100), "-"},
+      {0x10, cat({kStats30, {0, 0}}), "-"},
+      // created with sign C; with century 2, sign D, a digit A in the year
+      {0x0F, patched(kStats30, 7, 0x2C), "1.5 2024/32 2025/365 13:45:37 100/50/10 IBMUSER"},
+      {0x0F, patched(kStats30, 4, 0x02), "-"}, {0x0F, patched(kStats30, 7, 0x2D), "-"},
+      {0x0F, patched(kStats30, 5, 0x2A), "-"},
   };
   for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
     EXPECT_EQ(statsText(cases[i].indicator, cases[i].data), cases[i].text) << i;
@@ -89,7 +87,7 @@ TEST(PdsDirectoryTest, LoadLibraryWithAliasesStatisticsAndSizesPastTrackFifteen)
   // The directory, written by hand: an alias of MOD02, statistics (30 and 40
   // bytes, and 30 bytes that do not fit), a load module with one user TTR,
   // members past relative track 15, an alias whose main member is missing.
-  vol.putRecord(p.tracks[0].cyl, p.tracks[0].head, directoryRecord(1, text("ORPHAN"), directoryBlock({
+  vol.putRecord(p.tracks[0].cyl, p.tracks[0].head, directoryRecord(1, ebcdic("ORPHAN"), directoryBlock({
       dirEntry("ALIAS1", p.memberTT[1], p.memberR[1], {}, 0x80), entry(1, kStats30), entry(2, kStats40),
       entry(3, Bytes(8, 0x00), 0x20), entry(15), entry(16), entry(18, patched(kStats30, 11, 0x7F)),
       dirEntry("ORPHAN", 0x7777, 1, {}, 0x80), endEntry()})));
@@ -111,7 +109,6 @@ TEST(PdsDirectoryTest, LoadLibraryWithAliasesStatisticsAndSizesPastTrackFifteen)
                                            "MOD02 0 40 stats 1/1", "MOD03 1 8 - 2/1", "MOD15 0 0 - 14/1",
                                            "MOD16 0 0 - 15/1", "MOD18 0 30 - 17/1",
                                            "ORPHAN alias of '' 0 0 - 30583/1"}));
-  EXPECT_EQ(dir[1].statistics.userId + dir[2].statistics.userId, "IBMUSERU1");
   MemberSize none;
   EXPECT_EQ(memberSize(vol.file(), ds, dir[7], none, error), kBlockOutsideExtents);  // ORPHAN
   EXPECT_EQ(error, "relative track 30583 lies outside the data set's 30 tracks");
@@ -122,25 +119,13 @@ TEST(PdsDirectoryTest, LoadLibraryWithAliasesStatisticsAndSizesPastTrackFifteen)
     ASSERT_EQ(memberSize(vol.file(), ds, m, size, error), 0) << m.name << error;
     EXPECT_EQ(std::vector<uint64_t>({size.blocks, size.records, size.bytes}),
               std::vector<uint64_t>({2, 2, 18000u + 50u * i})) << m.name;
-    BlockReader blocks(vol.file(), ds);
-    blocks.startAt(m.track, m.record);
-    Block b;
-    for (int n = 0; n < 2; ++n) {
-      ASSERT_EQ(blocks.next(b), 1);
-      EXPECT_EQ(Bytes(b.data, b.data + b.dataLength), members[size_t(i - 1)].blocks[size_t(n)]);
-    }
-    EXPECT_EQ(b.cyl * 100 + b.head, i <= 10 ? 19u + i : 100u + (i - 11)) << m.name;
-    EXPECT_EQ(blocks.next(b), 0);
   }
 }
 
 TEST(PdsDirectoryTest, MalformedBlocksAreNamedByAddress) {
   std::vector<Bytes> full(20, dirEntry("M", 0, 1));  // 2 + 20 x 12 + 14: all 256 bytes used
   full.push_back(dirEntry("N", 0, 2, {0, 0}));
-  struct Case {
-    Record block;
-    std::string error;
-  } cases[] = {
+  struct Case { Record block; std::string error; } cases[] = {
       {directoryRecord(1, {}, directoryBlock(full)), ""},
       {directoryRecord(1, {}, Bytes(200, 0)), "directory block 1/0/1 has 200 data bytes, not 256"},
       {directoryRecord(1, {}, directoryBlock({}, 300)),

@@ -3,7 +3,11 @@
 // the DSCB's dates and end-of-data pointer, a volume of 28-bit cylinders.
 #include "dataset/vtoc_scan.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include "dataset/block_reader.h"
 #include "dataset/dataset_builder.h"
@@ -14,17 +18,73 @@ namespace {
 
 using namespace ckdvol_test;
 
+// Format-4 DSCB: key 44 x 04 | 44 F4 | 45 DS4HPCHR last active DSCB | 74
+// DS4DEVDT DSCBs per track | 105 DS4VTOCE: type 01, sequence 0, low and high CCHH.
+Dscb format4Dscb(Cchhr lastActive, uint8_t perTrack, Cchhr vtocLow, Cchhr vtocHigh, bool large = false) {
+  Dscb d{};
+  std::memset(d.data(), 0x04, 44);
+  d[44] = 0xF4, d[74] = perTrack, d[105] = 0x01;
+  putCchhr(d.data() + 45, lastActive, large);
+  putCchh(d.data() + 107, vtocLow.cyl, vtocLow.head, large);
+  putCchh(d.data() + 111, vtocHigh.cyl, vtocHigh.head, large);
+  return d;
+}
+
+// Points the label at `format4`; writes each track's DSCBs as records 1, 2, ...
+void layVtoc(TestVolume& vol, Cchhr format4, const std::vector<std::pair<Cchhr, std::vector<Dscb>>>& tracks) {
+  unsigned char pointer[5];
+  putCchhr(pointer, format4);
+  vol.patchLabel(label_layout::kVtocCc, Bytes(pointer, pointer + 5));
+  for (const auto& t : tracks) {
+    std::vector<Record> records;
+    for (const Dscb& d : t.second) records.push_back(dscbRecord(uint8_t(records.size() + 1), d));
+    vol.setRecords(t.first.cyl, t.first.head, records);
+  }
+}
+
+// A D600 volume of more than 65520 cylinders as a sparse file: only the tracks
+// given to setTrack() (before open) hold bytes, composed here with the 28-bit
+// CC/HH (CC = cyl & FFFF, HH = (cyl >> 16) << 4 | head).
+struct SparseLargeVolume {
+  static constexpr off_t kHeads = 15, kSlot = 56832;
+  ScopedTempDir dir;
+  std::string path = dir.file("large.ckd");
+  EmulatedCKDfile file;
+  explicit SparseLargeVolume(int cylinders) {
+    EXPECT_EQ(file.create(path.c_str(), EmulatedCKDfile::D600, cylinders), 0);
+    const off_t size = 512 + off_t(file.cylinders) * kHeads * kSlot;  // rounded count
+    file.close();
+    const int fd = ::open(path.c_str(), O_RDWR);
+    EXPECT_TRUE(fd >= 0 && ::pwrite(fd, "CKD_XVOL", 8, 0) == 8 && ::ftruncate(fd, size) == 0);
+    ::close(fd);
+  }
+  void setTrack(uint32_t cyl, uint16_t head, std::vector<Record> records) {
+    const uint16_t hh = uint16_t(((cyl >> 16) << 4) | head);
+    const uint8_t c0 = uint8_t(cyl >> 8), c1 = uint8_t(cyl), h0 = uint8_t(hh >> 8), h1 = uint8_t(hh);
+    Bytes slot = {0x00, c0, c1, h0, h1};                          // home address
+    records.insert(records.begin(), dataRecord(0, Bytes(8, 0)));  // record zero
+    for (const Record& r : records) {
+      const size_t dl = r.data.size();
+      slot.insert(slot.end(), {c0, c1, h0, h1, r.rec, uint8_t(r.key.size()), uint8_t(dl >> 8), uint8_t(dl)});
+      slot.insert(slot.end(), r.key.begin(), r.key.end());
+      slot.insert(slot.end(), r.data.begin(), r.data.end());
+    }
+    slot.resize(slot.size() + 8, 0xFF);  // end of track
+    slot.resize(size_t(kSlot), 0);
+    const int fd = ::open(path.c_str(), O_RDWR);
+    EXPECT_EQ(::pwrite(fd, slot.data(), slot.size(), 512 + (off_t(cyl) * kHeads + head) * kSlot), kSlot);
+    ::close(fd);
+  }
+};
+
 // "name at c/h/r: extents/tracks [damage]", first and last extent "c/h-c/h".
 std::string summary(const DataSetInfo* d) {
   if (d == nullptr) return "missing";
   auto ch = [](uint32_t c, uint32_t h) { return std::to_string(c) + "/" + std::to_string(h); };
   std::string s = d->name + " at " + ch(d->address.cyl, d->address.head) + "/" +
-                  std::to_string(d->address.record) + ": " + std::to_string(d->extents.size()) +
-                  "/" + std::to_string(d->tracksAllocated);
-  if (!d->extents.empty()) {
-    s += " " + ch(d->extents[0].lowCyl, d->extents[0].lowHead) + "-" +
-         ch(d->extents.back().highCyl, d->extents.back().highHead);
-  }
+                  std::to_string(d->address.record) + ": " + std::to_string(d->extents.size()) + "/" +
+                  std::to_string(d->tracksAllocated) + " " + ch(d->extents[0].lowCyl, d->extents[0].lowHead) +
+                  "-" + ch(d->extents.back().highCyl, d->extents.back().highHead);
   return d->damage.empty() ? s : s + " [" + d->damage + "]";
 }
 
@@ -72,8 +132,10 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
   TestVolume vol(EmulatedCKDfile::D600, 3);
   auto at = [](uint8_t index) { return Cchhr{0, 1, uint8_t(index + 2)}; };
   const std::vector<ExtentSpec> three = {{1, 0, 1, 0}, {1, 1, 1, 1}, {1, 2, 1, 2}};
+  DataSetLayout good = layout("GOOD", {{1, 0, 1, 0}}, -1, {}, 0x58, 32760);  // VBS
+  good.blksize = 27998, good.keyLength = 8;
   vol.writeVtoc({
-      format1Dscb(layout("GOOD", {{1, 0, 1, 0}})),               // 0
+      format1Dscb(good),                                         // 0
       format1Dscb(layout("BAD.MISSING", three, 4, {0, 1, 60})),  // 1
       format1Dscb(layout("BAD.WRONG", three, 4, at(7))),         // 2
       format1Dscb(layout("BAD.LOOP", three, 20, at(4))),         // 3
@@ -91,6 +153,10 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
       format8Dscb(layout("EAV.FULL", three, 3, {0, 1, 61})),     // 15: chain not needed
   });
   vol.appendRecords(0, 1, {keyedRecord(40, Bytes(44, 0xC1), Bytes(80, 0))});  // not a DSCB
+  vol.patchDscb(at(0), 53, {0x7C, 0x00, 0x20, 0x7D, 0x00, 0x00});  // created 2024 day 32, expiry day 0
+  vol.patchDscb(at(0), 61, {0x08});                                // DS1FLAG1: large format
+  vol.patchDscb(at(0), 75, {0x7D, 0x01, 0x6D});                    // referenced 2025 day 365
+  vol.patchDscb(at(0), 98, {0x01, 0x02, 0x03, 0x1F, 0x40, 0x00, 0x05});  // TT R, TRBAL, -, TTTHI
   const VtocInfo v = scan(vol.file());
   EXPECT_EQ(v.notes, std::vector<std::string>({"VTOC track 0/1: 1 record(s) that are not 44/96 DSCBs"}));
   const std::vector<std::string> want = {
@@ -109,63 +175,28 @@ TEST(VtocScanTest, DamagedChainsMakeOnlyTheirDataSetUnreadable) {
   for (const DataSetInfo& d : v.dataSets) got.push_back(summary(&d));
   EXPECT_EQ(got, want);
   EXPECT_EQ(v.format3 * 100 + v.format9 * 10 + v.unknown, 321u);
+  // GOOD's attributes and dates; its last block TTT R and track balance; tracks used (bounded by 1)
+  const DataSetInfo& g = *findDataSet(v, "GOOD");
+  EXPECT_EQ(std::vector<uint32_t>({g.dsorg, g.recfm, g.lrecl, g.blksize, g.keyLength, g.created.year,
+                                   g.created.day, g.referenced.year, g.referenced.day, g.expires.year,
+                                   g.largeFormat, g.lastBlockTrack, g.lastBlockRecord, g.trackBalance,
+                                   g.tracksUsed}),
+            std::vector<uint32_t>({0x4000, 0x58, 32760, 27998, 8, 2024, 32, 2025, 365, 0, 1, 0x050102, 3,
+                                   8000, 1}));
   Block b;
   BlockReader damaged(vol.file(), *findDataSet(v, "BAD.LOOP"));
   EXPECT_EQ(damaged.next(b), kBlockDamagedDataSet);
 }
 
-TEST(VtocScanTest, AttributesDatesAndTheEndOfDataPointer) {
-  TestVolume vol(EmulatedCKDfile::D600, 3);
-  DataSetLayout big = layout("BIG", {{1, 0, 1, 1}}), vsam = layout("VSAM", {{2, 0, 2, 4}});
-  big.recfm = 0x58;  // VBS
-  big.lrecl = 32760;
-  big.blksize = 27998;
-  big.keyLength = 8;
-  vsam.dsorg = 0x0008;
-  const std::vector<Cchhr> at = vol.writeVtoc({format1Dscb(big), format1Dscb(layout("SMALL", {{1, 2, 1, 2}})),
-                                               format1Dscb(layout("EMPTY", {{1, 3, 1, 3}})), format1Dscb(vsam)});
-  vol.patchDscb(at[0], 53, {0x7C, 0x00, 0x20, 0x00, 0x00, 0x00});  // created 2024 day 32, no expiry
-  vol.patchDscb(at[0], 61, {0x08});                                // DS1FLAG1: large format
-  vol.patchDscb(at[0], 75, {0x7D, 0x01, 0x6D});                    // referenced 2025 day 365
-  vol.patchDscb(at[0], 98, {0x01, 0x02, 0x03, 0x1F, 0x40, 0x00, 0x05});  // TT R, TRBAL, -, TTTHI
-  vol.patchDscb(at[1], 98, {0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x05});  // TTTHI without the flag
-  const VtocInfo v = scan(vol.file());
-  const DataSetInfo& b = *findDataSet(v, "BIG");
-  EXPECT_EQ(std::vector<uint32_t>({b.dsorg, b.recfm, b.lrecl, b.blksize, b.keyLength}),
-            std::vector<uint32_t>({0x4000, 0x58, 32760, 27998, 8}));
-  EXPECT_EQ(std::vector<uint32_t>({b.created.year, b.created.day, b.referenced.year, b.referenced.day,
-                                   b.expires.year}),
-            std::vector<uint32_t>({2024, 32, 2025, 365, 0}));
-  EXPECT_TRUE(b.largeFormat);
-  // last block TTT and R, track balance, tracks used (bounded by the 2 allocated)
-  EXPECT_EQ(std::vector<uint32_t>({b.lastBlockTrack, b.lastBlockRecord, b.trackBalance, b.tracksUsed}),
-            std::vector<uint32_t>({0x050102, 3, 8000, 2}));
-  const DataSetInfo& s = *findDataSet(v, "SMALL");
-  EXPECT_EQ(std::vector<uint32_t>({s.largeFormat, s.lastBlockTrack, s.lastBlockRecord, s.tracksUsed}),
-            std::vector<uint32_t>({0, 0, 2, 1}));
-  const DataSetInfo &e = *findDataSet(v, "EMPTY"), &x = *findDataSet(v, "VSAM");
-  EXPECT_EQ(std::vector<uint32_t>({e.tracksUsed, e.usedFromPointer, x.tracksUsed, x.usedFromPointer}),
-            std::vector<uint32_t>({0, 1, 5, 0}));
-}
-
-TEST(VtocScanTest, NoLabelOrNoFormat4) {
-  struct Case {
-    Bytes pointer;  // VOL1 CCHHR of the VTOC, or empty: no label at all
-    int result;
-    const char* error;
-  } cases[] = {
-      {{0, 0, 0, 1, 2}, kScanNoFormat4, "the record at the VTOC address 0/1/2 is not a Format-4 DSCB"},
-      {{0, 0, 0, 1, 77}, kScanNoFormat4, "no DSCB at the VTOC address 0/1/77"},
-      {{3, 0xE7, 0, 1, 1}, kScanVtocUnreadable, "the VTOC track 999/1 named by the label cannot be read"},
-      {{}, kScanNoLabel, "track 0/0 holds no VOL1 label record"},
-  };
-  for (const Case& c : cases) {
+TEST(VtocScanTest, NoLabelOrAnUnreadableVtoc) {
+  for (bool label : {true, false}) {
     TestVolume vol(EmulatedCKDfile::D600, 3);
-    c.pointer.empty() ? vol.setRecords(0, 0, {}) : vol.patchLabel(label_layout::kVtocCc, c.pointer);
+    label ? vol.patchLabel(label_layout::kVtocCc, {3, 0xE7, 0, 1, 1}) : vol.setRecords(0, 0, {});  // 999/1/1
     VtocInfo v;
     std::string error;
-    EXPECT_EQ(scanVtoc(vol.file(), v, error), c.result);
-    EXPECT_EQ(error, c.error);
+    EXPECT_EQ(scanVtoc(vol.file(), v, error), label ? kScanVtocUnreadable : kScanNoLabel);
+    EXPECT_EQ(error, label ? "the VTOC track 999/1 named by the label cannot be read"
+                           : "track 0/0 holds no VOL1 label record");
   }
 }
 
@@ -174,40 +205,37 @@ TEST(VtocScanTest, NoLabelOrNoFormat4) {
 // 28-bit form.
 TEST(VtocScanTest, LargeCylinderAddresses) {
   SparseLargeVolume vol(70119);
-  Bytes label = cat({text("VOL1LARGE1"), {0x00},  // key id, serial, security
+  Bytes label = cat({ebcdic("VOL1LARGE1"), {0x00},  // key id, serial, security
                      {0x00, 0x40, 0x00, 0x11, 0x01}, Bytes(64, 0x40)});  // 65600 = 0x10040, head 1, R1
-  vol.setTrack(0, 0, {keyedRecord(3, text("VOL1"), label)});
+  vol.setTrack(0, 0, {keyedRecord(3, ebcdic("VOL1"), label)});
   Dscb f1 = format1Dscb(layout("LARGE.SEQ", {}, 2));
   f1[105] = 0x01;                                  // extent 1: type 01
   putCchh(f1.data() + 107, 70000, 14, true);       //   11 70 00 1E
   putCchh(f1.data() + 111, 70001, 0, true);        //   11 71 00 10
   putCchhr(f1.data() + 135, {65600, 1, 3}, true);  // Format-3 at 00 40 00 11 03
   Dscb f3 = format3Dscb({});
-  f3[4] = 0x01;
-  putCchh(f3.data() + 6, 70002, 5, true);
-  putCchh(f3.data() + 10, 70002, 5, true);
+  f3[4] = 0x01;  // extent 1: type 01, 70002/5 .. 70002/5
+  putCchh(f3.data() + 6, 70002, 5, true), putCchh(f3.data() + 10, 70002, 5, true);
   vol.setTrack(65600, 1, {dscbRecord(1, format4Dscb({65600, 1, 2}, 50, {65600, 1}, {65600, 1}, true)),
                           dscbRecord(2, f1), dscbRecord(3, f3)});
-  vol.setTrack(70000, 14, {dataRecord(1, text("ABCDEFGH"))});
-  vol.setTrack(70001, 0, {dataRecord(1, text("IJKL"))});
-  vol.setTrack(70002, 5, {dataRecord(1, text("MNOP")), eofRecord(2)});
-  EmulatedCKDfile& file = vol.open();
-  ASSERT_TRUE(file.largeCylinders);
+  vol.setTrack(70000, 14, {dataRecord(1, ascii("ABCDEFGH"))});
+  vol.setTrack(70001, 0, {dataRecord(1, ascii("IJKL"))});
+  vol.setTrack(70002, 5, {dataRecord(1, ascii("MNOP")), eofRecord(2)});
+  EmulatedCKDfile& file = vol.file;
+  ASSERT_TRUE(file.open(vol.path.c_str(), true) == 0 && file.largeCylinders) << file.errorText;
   const VtocInfo v = scan(file);
   EXPECT_EQ(v.volser + " " + std::to_string(v.format4At.cyl), "LARGE1 65600");
   ASSERT_EQ(v.dataSets.size(), 1u);
   EXPECT_EQ(summary(&v.dataSets[0]), "LARGE.SEQ at 65600/1/2: 2/3 70000/14-70002/5");
   BlockReader blocks(file, v.dataSets[0]);
   RecordReader records(blocks, Deblocking::kFixed, 4);
-  std::string where;
-  Bytes got;
+  std::string got;
   LogicalRecord r;
   while (records.next(r) == 1) {
-    where += std::to_string(r.block.cyl) + "/" + std::to_string(r.block.head) + " ";
-    got.insert(got.end(), r.data, r.data + r.length);
+    got += std::to_string(r.block.cyl) + "/" + std::to_string(r.block.head) + ":" +
+           std::string(r.data, r.data + r.length) + " ";
   }
-  EXPECT_EQ(where, "70000/14 70000/14 70001/0 70002/5 ");
-  EXPECT_EQ(got, text("ABCDEFGHIJKLMNOP"));
+  EXPECT_EQ(got, "70000/14:ABCD 70000/14:EFGH 70001/0:IJKL 70002/5:MNOP ");
   EXPECT_EQ(blocks.endReason(), EndOfData::kEofRecord);
 }
 
