@@ -317,14 +317,23 @@ struct SizeResult {
   std::string error;
 };
 
-int runList(const std::string& path, const std::string& dsn, bool json) {
-  ScannedVolume v;
+// Scans the volume, finds the data set `dsn` and reads its directory into
+// `members`. kExitOk, or the status after a message naming what failed.
+int loadDirectory(const std::string& path, const std::string& dsn, ScannedVolume& v,
+                  const ckdvol::DataSetInfo*& ds, std::vector<MemberInfo>& members) {
   int status = scanVolume(path, v, true);
   if (status != kExitOk) return status;
-  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  ds = findDataSetOrFail(v, dsn, status);
   if (ds == nullptr) return status;
+  return readDirectoryOrFail(v, *ds, members);
+}
+
+int runList(const std::string& path, const std::string& dsn, bool json) {
+  ScannedVolume v;
+  const ckdvol::DataSetInfo* ds = nullptr;
   std::vector<MemberInfo> members;
-  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+  int status = loadDirectory(path, dsn, v, ds, members);
+  if (status != kExitOk) return status;
 
   // Sizes, once per TTR (an alias shares its member's blocks).
   std::map<uint32_t, SizeResult> sizes;
@@ -427,12 +436,10 @@ Render renderFor(const ReadOptions& o) {
 
 int runRead(const std::string& path, const std::string& dsn, const std::string& member, const ReadOptions& o) {
   ScannedVolume v;
-  int status = scanVolume(path, v, true);
-  if (status != kExitOk) return status;
-  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
-  if (ds == nullptr) return status;
+  const ckdvol::DataSetInfo* ds = nullptr;
   std::vector<MemberInfo> members;
-  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+  int status = loadDirectory(path, dsn, v, ds, members);
+  if (status != kExitOk) return status;
   const MemberInfo* m = findMemberOrFail(v, *ds, members, member);
   if (m == nullptr) return kExitFailure;
   StreamStats stats;
@@ -467,12 +474,10 @@ std::string makeDirectories(const std::string& dir) {
 int runExtract(const std::string& path, const std::string& dsn, const std::string& dir, const ReadOptions& o,
                const std::string& suffix, bool force) {
   ScannedVolume v;
-  int status = scanVolume(path, v, true);
-  if (status != kExitOk) return status;
-  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
-  if (ds == nullptr) return status;
+  const ckdvol::DataSetInfo* ds = nullptr;
   std::vector<MemberInfo> members;
-  if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
+  int status = loadDirectory(path, dsn, v, ds, members);
+  if (status != kExitOk) return status;
   if (members.empty()) return fail(path, "the directory of " + ds->name + " holds no members; nothing extracted");
 
   // Every target first: nothing is written when one would be overwritten.
