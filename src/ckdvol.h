@@ -26,5 +26,6 @@
 #include "dataset/block_reader.h"
 #include "dataset/record_reader.h"
 #include "dataset/pds_directory.h"
+#include "journal/change_journal.h"
 
 #endif  // CKDVOL_CKDVOL_H_

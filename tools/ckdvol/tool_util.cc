@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "command.h"
+#include "journal/change_journal.h"
 
 namespace ckdvol_tool {
 
@@ -105,7 +106,7 @@ VolumeLock::~VolumeLock() {
   if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
 
-int VolumeLock::acquire(const std::string& path, bool exclusive) {
+int VolumeLock::acquire(const std::string& path, bool exclusive, bool recovering) {
   if (fd_ >= 0) return kExitOk;
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return kExitOk;
@@ -131,8 +132,8 @@ int VolumeLock::acquire(const std::string& path, bool exclusive) {
   }
   if (rc != 0) {
     const int err = errno;
-    ::close(fd);
     if (err == EWOULDBLOCK) {
+      ::close(fd);
       const std::string waited =
           gLockWaitSeconds > 0 ? "after waiting " + count(static_cast<unsigned long long>(gLockWaitSeconds), "second")
                                : std::string("");
@@ -141,9 +142,23 @@ int VolumeLock::acquire(const std::string& path, bool exclusive) {
                             (waited.empty() ? "" : "; still held " + waited) +
                             "); nothing was done: try again when it has finished, or add --wait[=SECONDS]");
     }
-    return kExitOk;  // a file system without flock: go on unlocked
+    fd_ = fd;  // a file system without flock: go on unlocked
+  } else {
+    fd_ = fd;
   }
-  fd_ = fd;
+  ckdvol::JournalRecord record;
+  bool interrupted = false;
+  if (recovering || !ckdvol::readJournalRecord(fd_, record, interrupted) || !interrupted) return kExitOk;
+  const std::string what = std::string("an interrupted ") +
+                           (record.state == ckdvol::JournalState::kCommit     ? "version commit"
+                            : record.state == ckdvol::JournalState::kRollback ? "version rollback"
+                                                                              : "change") +
+                           " (" + record.command + ") is in the file";
+  if (exclusive) {
+    return fail(path, what + ": run 'ckdvol recover " + path + "' first; nothing was changed");
+  }
+  std::fprintf(stderr, "ckdvol: %s: note: %s; what is read may be half changed: run 'ckdvol recover %s'\n",
+               path.c_str(), what.c_str(), path.c_str());
   return kExitOk;
 }
 

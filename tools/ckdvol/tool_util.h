@@ -66,7 +66,10 @@ class VolumeLock {
   // holds a conflicting lock (at once, or after the time --wait allows). A
   // file that cannot be opened is not locked and gives 0: the command's own
   // open then reports why.
-  int acquire(const std::string& path, bool exclusive);
+  // A volume whose header records an interrupted change is refused for
+  // changes (a note for readers) unless `recovering`: 'ckdvol recover'
+  // is what finishes or undoes it.
+  int acquire(const std::string& path, bool exclusive, bool recovering = false);
 
  private:
   int fd_ = -1;

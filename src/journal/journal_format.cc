@@ -1,0 +1,137 @@
+// The journal's index slots and shared steps.
+#include <cerrno>
+#include <cstring>
+
+#include "ckdfile/versioning.h"
+#include "common/byte_order.h"
+#include "journal/file_io.h"
+#include "journal/journal_format.h"
+
+namespace ckdvol {
+namespace {
+
+constexpr char kIndexMagic[] = "CKDVJIDX";  // 8 bytes
+constexpr char kIndexTrailerMarker[] = "JNL0";
+
+std::string withErrno(const std::string& what) {
+  return errno != 0 ? what + ": " + std::strerror(errno) : what;
+}
+
+}  // namespace
+
+void encodeIndexSlot(unsigned char* out, unsigned int slot, const std::vector<JournalEntry>& entries, uint64_t k) {
+  std::memset(out, 0, slot);
+  const uint64_t per = kIndexEntriesPer(slot);
+  const uint64_t first = k * per;
+  const uint64_t n = entries.size() - first < per ? entries.size() - first : per;
+  std::memcpy(out, kIndexMagic, 8);
+  storeBe32(out + 8, static_cast<uint32_t>(first));
+  storeBe32(out + 12, static_cast<uint32_t>(n));
+  for (uint64_t i = 0; i < n; ++i) {
+    unsigned char* e = out + kIndexHeader + i * kIndexEntrySize;
+    storeBe64(e, entries[first + i].home);
+    std::memcpy(e + 8, entries[first + i].trailer, kTrailerSize);
+  }
+  std::memcpy(out + slot - kTrailerSize, kIndexTrailerMarker, 4);
+}
+
+bool readIndex(int fd, unsigned int slot, uint64_t at, uint64_t count, std::vector<JournalEntry>& entries,
+               std::string& error) {
+  entries.clear();
+  std::vector<unsigned char> buf(slot);
+  const uint64_t per = kIndexEntriesPer(slot);
+  for (uint64_t k = 0; entries.size() < count; ++k) {
+    errno = 0;
+    if (!journal_io::readAt(fd, buf.data(), slot, at + k * slot)) {
+      error = withErrno("cannot read the index of the saved copies at file offset " + std::to_string(at + k * slot));
+      return false;
+    }
+    const uint64_t expect = count - entries.size() < per ? count - entries.size() : per;
+    if (std::memcmp(buf.data(), kIndexMagic, 8) != 0 || loadBe32(buf.data() + 8) != entries.size() ||
+        loadBe32(buf.data() + 12) != expect) {
+      error = "the index of the saved copies at file offset " + std::to_string(at + k * slot) + " is damaged";
+      return false;
+    }
+    for (uint64_t i = 0; i < expect; ++i) {
+      const unsigned char* e = buf.data() + kIndexHeader + i * kIndexEntrySize;
+      JournalEntry entry;
+      entry.home = loadBe64(e);
+      std::memcpy(entry.trailer, e + 8, kTrailerSize);
+      entries.push_back(entry);
+    }
+  }
+  return true;
+}
+
+int restoreFromJournal(int fd, unsigned int slot, uint64_t start, const std::vector<JournalEntry>& entries,
+                       std::string& error) {
+  std::vector<unsigned char> image(slot);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const uint64_t at = start + i * slot;
+    errno = 0;
+    if (!journal_io::readAt(fd, image.data(), slot, at)) {
+      error = withErrno("cannot read the saved copy at file offset " + std::to_string(at));
+      return -1;
+    }
+    if (trailerLink(trailerOf(image.data(), slot)) != entries[i].home) {
+      error = "the saved copy at file offset " + std::to_string(at) + " does not belong to the track its index names";
+      return -1;
+    }
+    std::memcpy(trailerOf(image.data(), slot), entries[i].trailer, kTrailerSize);
+    if (!journal_io::writeAt(fd, image.data(), slot, entries[i].home)) {
+      error = withErrno("cannot write the former image back to file offset " + std::to_string(entries[i].home));
+      return -1;
+    }
+  }
+  errno = 0;
+  if (!journal_io::sync(fd)) {
+    error = withErrno("cannot force the written-back tracks to disk");
+    return -1;
+  }
+  return 0;
+}
+
+int putJournalRecord(int fd, JournalRecord& record, JournalState state, std::string& error) {
+  record.state = state;
+  ++record.sequence;
+  unsigned char place[JournalRecord::kPlaceSize];
+  record.encode(place);
+  const uint64_t at = JournalRecord::kOffset + (record.sequence % 2) * JournalRecord::kPlaceSize;
+  errno = 0;
+  if (!journal_io::writeAt(fd, place, sizeof place, at)) {
+    error = withErrno(std::string("cannot write the change record (") + journalStateName(state) + ") into the header");
+    return -1;
+  }
+  if (!journal_io::sync(fd)) {
+    error = withErrno("cannot force the change record to disk");
+    return -1;
+  }
+  return 0;
+}
+
+int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error) {
+  static const unsigned char zero[JournalRecord::kPlaceSize] = {};
+  // The older place first: until the newer one is gone it still rules.
+  for (uint32_t s : {newestSequence + 1, newestSequence}) {
+    const uint64_t at = JournalRecord::kOffset + (s % 2) * JournalRecord::kPlaceSize;
+    errno = 0;
+    if (!journal_io::writeAt(fd, zero, sizeof zero, at)) {
+      error = withErrno("cannot clear the change record in the header");
+      return -1;
+    }
+    if (!journal_io::sync(fd)) {
+      error = withErrno("cannot force the cleared change record to disk");
+      return -1;
+    }
+  }
+  return 0;
+}
+
+void forgetCurrentTrack(EmulatedCKDfile& file) {
+  file.currentCyl = 0xFFFFFFFFu;
+  file.currentHead = 0xFFFF;
+  file.currentCell = 0xFFFF;
+  file.trackDirty = 0;
+}
+
+}  // namespace ckdvol

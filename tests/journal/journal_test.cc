@@ -1,0 +1,297 @@
+// The change journal: the header record's bytes, a change's file layout,
+// undo and finish, and recovery from each state a killed run can leave.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ckdfile/versioning.h"
+#include "journal/change_journal.h"
+#include "journal/journal_format.h"
+#include "support/volume_builder.h"
+
+namespace {
+
+using ckdvol::ChangeJournal;
+using ckdvol::JournalRecord;
+using ckdvol::JournalState;
+using ckdvol_test::TestVolume;
+using F = EmulatedCKDfile;
+using Bytes = std::vector<unsigned char>;
+
+Bytes fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+uint64_t be64(const unsigned char* p) {
+  uint64_t v = 0;
+  for (int i = 0; i < 8; ++i) v = v << 8 | p[i];
+  return v;
+}
+
+// Fills track (cyl, head) with one data record of `fill` bytes.
+void changeTrack(F& f, unsigned cyl, unsigned short head, unsigned char fill) {
+  ASSERT_EQ(f.readTrack(cyl, head, 0), F::kTrackOk);
+  const void* r0 = f.locate(F::ORIENT_COUNT, cyl, head, 0);
+  ASSERT_NE(r0, nullptr);
+  Bytes data(100, fill);
+  ASSERT_EQ(f.writeCKD(r0, cyl, head, 1, 0, 100, data.data()), F::kWriteOk);
+  ASSERT_EQ(f.writeTrack(), F::kTrackOk);
+}
+
+uint64_t slotOf(const F& f, unsigned cyl, unsigned short head) {
+  return static_cast<uint64_t>(f.getOffset(cyl, head, 0, true));
+}
+
+TEST(JournalRecordTest, PlaceBytesAndTornPlaces) {
+  JournalRecord r;
+  r.state = JournalState::kSealed;
+  r.sequence = 0x01020304;
+  r.version = 0x0506;
+  r.startEnd = 0x1112131415161718ull;
+  r.keepEnd = 0x2122232425262728ull;
+  r.copyEnd = 0x3132333435363738ull;
+  r.journalEnd = 0x4142434445464748ull;
+  std::strcpy(r.command, "pds replace");
+  unsigned char p[64];
+  r.encode(p);
+  const unsigned char expected[60] = {
+      'C', 'K', 'D', 'V', 'J', 'N', 'L', '1',                  // magic
+      0x01, 0x02, 0x03, 0x04,                                  // sequence
+      0x02, 0x00,                                              // state sealed, reserved
+      0x05, 0x06,                                              // version
+      0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18,          // startEnd
+      0x21, 0x22, 0x23, 0x24, 0x25, 0x26, 0x27, 0x28,          // keepEnd
+      0x31, 0x32, 0x33, 0x34, 0x35, 0x36, 0x37, 0x38,          // copyEnd
+      0x41, 0x42, 0x43, 0x44, 0x45, 0x46, 0x47, 0x48,          // journalEnd
+      'p', 'd', 's', ' ', 'r', 'e', 'p', 'l', 'a', 'c', 'e', 0  // command
+  };
+  EXPECT_EQ(0, std::memcmp(p, expected, sizeof expected));
+  const uLong crc = crc32(0L, p, 60);  // the CRC-32 of zlib and of the usual file formats
+  EXPECT_EQ(be64(p + 56) & 0xFFFFFFFFu, crc);
+
+  JournalRecord back;
+  ASSERT_TRUE(back.decode(p));
+  EXPECT_EQ(back.journalEnd, r.journalEnd);
+  EXPECT_STREQ(back.command, "pds replace");
+  for (int i : {0, 12, 40, 63}) {  // any changed byte makes the place invalid
+    unsigned char torn[64];
+    std::memcpy(torn, p, 64);
+    torn[i] ^= 0x40;
+    EXPECT_FALSE(back.decode(torn)) << "byte " << i;
+  }
+}
+
+TEST(JournalRecordTest, NewerValidPlaceWins) {
+  ckdvol_test::ScopedTempDir dir;
+  const std::string path = dir.file("h");
+  struct Case {
+    int seqA, seqB;      // 0: place left zero
+    bool tornA, tornB;   // place written, then one byte spoilt
+    int expectSeq;       // 0: no record
+  } cases[] = {{0, 0, false, false, 0}, {1, 0, false, false, 1}, {1, 2, false, false, 2},
+               {3, 2, false, false, 3}, {3, 2, true, false, 2},  {1, 2, false, true, 1},
+               {1, 2, true, true, 0}};
+  for (const Case& c : cases) {
+    Bytes header(512, 0);
+    auto put = [&](int seq, bool torn, int place) {
+      if (seq == 0) return;
+      JournalRecord r;
+      r.state = JournalState::kOpen;
+      r.sequence = static_cast<uint32_t>(seq);
+      r.encode(&header[384 + 64 * place]);
+      if (torn) header[384 + 64 * place + 20] ^= 1;
+    };
+    put(c.seqA, c.tornA, 0);
+    put(c.seqB, c.tornB, 1);
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(header.data()), 512);
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    JournalRecord r;
+    bool present = true;
+    ASSERT_TRUE(ckdvol::readJournalRecord(fd, r, present));
+    ::close(fd);
+    EXPECT_EQ(present, c.expectSeq != 0) << c.seqA << "/" << c.seqB;
+    if (c.expectSeq != 0) {
+      EXPECT_EQ(r.sequence, static_cast<uint32_t>(c.expectSeq));
+    }
+  }
+}
+
+// A change of a 3-cylinder D100 volume (8 heads, 24 slots): the copies,
+// the index and the record lie where the format says; finish keeps the new
+// tracks and gives back the file's length; undo gives back every byte.
+TEST(ChangeJournalTest, LayoutFinishAndUndo) {
+  struct Case {
+    int tracks;        // changed: (0,1), (0,2), ...
+    int journalSlots;  // copies + index (+ a pad slot: 24 + 7 + 1 would be whole cylinders)
+    bool keep;
+  } cases[] = {{2, 3, true}, {2, 3, false}, {7, 9, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.tracks);
+    TestVolume v(F::D100, 3);
+    F& f = v.file();
+    const unsigned slot = f.trackSlotSize;
+    const uint64_t dataEnd = 512 + 24 * 14848ull;
+    v.close();
+    const Bytes before = fileBytes(v.path());
+    v.reopen();
+    ChangeJournal j(f, "test change");
+    std::vector<uint64_t> slots;
+    for (int i = 1; i <= c.tracks; ++i) slots.push_back(512 + i * 14848ull);
+    slots.push_back(slots[0]);  // a duplicate is saved once
+    ASSERT_EQ(j.begin(slots), 0) << j.error();
+    EXPECT_EQ(j.tracks(), static_cast<size_t>(c.tracks));
+    Bytes now = fileBytes(v.path());
+    ASSERT_EQ(now.size(), dataEnd + c.journalSlots * 14848ull);
+    for (int i = 0; i < c.tracks; ++i) {
+      const unsigned char* copy = &now[dataEnd + i * slot];
+      EXPECT_EQ(0, std::memcmp(copy, &before[slots[i]], slot - 16)) << "copy " << i;
+      EXPECT_EQ(0, std::memcmp(copy + slot - 16, "VER0\0\0\0\0", 8));
+      EXPECT_EQ(be64(copy + slot - 8), slots[i]);
+    }
+    const unsigned char* index = &now[dataEnd + c.tracks * slot];
+    EXPECT_EQ(0, std::memcmp(index, "CKDVJIDX\0\0\0\0\0\0\0", 15));
+    EXPECT_EQ(index[15], c.tracks);
+    EXPECT_EQ(be64(index + 16), slots[0]);  // entries: home, former trailer
+    EXPECT_EQ(be64(index + 40), slots[1]);
+    EXPECT_EQ(0, std::memcmp(index + slot - 16, "JNL0", 4));
+    JournalRecord r;
+    bool present = false;
+    ASSERT_TRUE(ckdvol::readJournalRecord(f.fileDescriptor, r, present));
+    EXPECT_EQ(r.state, JournalState::kSealed);
+    EXPECT_EQ(r.startEnd, dataEnd);
+    EXPECT_EQ(r.copyEnd, dataEnd + c.tracks * slot);
+
+    changeTrack(f, 0, 1, 0xA1);
+    changeTrack(f, 0, 2, 0xB2);
+    if (c.keep) {
+      ASSERT_EQ(j.finish(), 0) << j.error();
+      EXPECT_TRUE(j.complete());
+      v.close();
+      now = fileBytes(v.path());
+      ASSERT_EQ(now.size(), before.size());
+      EXPECT_EQ(now[slots[0] + 29], 0xA1);  // record 1's data: after HA 5, R0 8 + 8, count 8
+      EXPECT_EQ(Bytes(now.begin() + 384, now.begin() + 512), Bytes(128, 0));
+    } else {
+      ASSERT_EQ(j.undo(), 0) << j.error();
+      v.close();
+      EXPECT_TRUE(fileBytes(v.path()) == before);
+    }
+  }
+}
+
+// Under an active version, a track never versioned gets a saved copy that
+// stays behind the change, and the version's rollback gives its image back.
+TEST(ChangeJournalTest, JoinsTheActiveVersion) {
+  TestVolume v(F::D100, 3);
+  F& f = v.file();
+  const unsigned slot = f.trackSlotSize;
+  const uint64_t dataEnd = static_cast<uint64_t>(f.getMaxOffset());
+  ASSERT_EQ(f.enableVersion(), 0);
+  v.close();
+  v.reopen();
+  ASSERT_EQ(f.activeVersion, 1);
+  changeTrack(f, 2, 1, 0x11);  // copied by the version itself: (2,1) now carries version 1
+  v.close();
+  const Bytes before = fileBytes(v.path());
+  v.reopen();
+  ChangeJournal j(f, "test");
+  ASSERT_EQ(j.begin({slotOf(f, 2, 1), slotOf(f, 0, 7)}), 0) << j.error();
+  changeTrack(f, 0, 7, 0x22);
+  changeTrack(f, 2, 1, 0x33);
+  ASSERT_EQ(j.finish(), 0) << j.error();
+  Bytes now = fileBytes(v.path());
+  // The version's own copy of (2,1), then the journal's copy of (0,7), kept.
+  ASSERT_EQ(now.size(), dataEnd + 2 * slot);
+  EXPECT_EQ(be64(&now[dataEnd + 2 * slot - 8]), slotOf(f, 0, 7));
+  const unsigned char* t = &now[slotOf(f, 0, 7) + slot - 16];
+  EXPECT_EQ(0, std::memcmp(t, "VER0\0\1\0\0", 8));
+  EXPECT_EQ(be64(t + 8), dataEnd + slot);
+  EXPECT_EQ(f.rollbackVersion(-1), 2);
+  v.close();
+  now = fileBytes(v.path());
+  ASSERT_EQ(now.size(), dataEnd);
+  EXPECT_EQ(Bytes(now.begin() + slotOf(f, 0, 7), now.begin() + slotOf(f, 0, 8)),
+            Bytes(before.begin() + slotOf(f, 0, 7), before.begin() + slotOf(f, 0, 8)));
+}
+
+// Recovery of each state a killed change leaves, and of the leftovers of
+// versioning and creation without a record.
+TEST(RecoveryTest, EachInterruptedState) {
+  enum Stop { kAfterSeal, kOpenRecord, kDoneRecord, kTornCopy, kOrphanCopy, kUnfinished, kClean };
+  struct Case {
+    Stop stop;
+    const char* action;
+    bool expectAfter;  // else the volume as before
+  } cases[] = {{kAfterSeal, "undone", false},  {kOpenRecord, "undone", false}, {kDoneRecord, "finished", true},
+               {kTornCopy, "undone", false},   {kOrphanCopy, "undone", false}, {kUnfinished, "removed", false},
+               {kClean, "none", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.stop);
+    TestVolume v(F::D100, 2);
+    F& f = v.file();
+    const unsigned slot = f.trackSlotSize;
+    if (c.stop == kTornCopy || c.stop == kOrphanCopy) {
+      ASSERT_EQ(f.enableVersion(), 0);
+      v.close();
+      v.reopen();
+    }
+    v.close();
+    const Bytes before = fileBytes(v.path());
+    v.reopen();
+    const uint64_t home = slotOf(f, 1, 3);
+    const int fd = f.fileDescriptor;
+    if (c.stop == kAfterSeal || c.stop == kDoneRecord || c.stop == kOpenRecord) {
+      ChangeJournal j(f, "killed");
+      ASSERT_EQ(j.begin({home}), 0) << j.error();
+      if (c.stop != kOpenRecord) changeTrack(f, 1, 3, 0x5A);  // "open": no track written yet
+      if (c.stop != kAfterSeal) {
+        ASSERT_EQ(::fdatasync(fd), 0);
+        JournalRecord r;
+        bool present = false;
+        ASSERT_TRUE(ckdvol::readJournalRecord(fd, r, present));
+        std::string error;
+        ASSERT_EQ(ckdvol::putJournalRecord(fd, r, c.stop == kOpenRecord ? JournalState::kOpen : JournalState::kDone,
+                                           error),
+                  0);
+      }
+    } else if (c.stop == kTornCopy || c.stop == kOrphanCopy) {
+      Bytes image(slot);
+      ASSERT_EQ(f.readRawTrack(home, image.data()), F::kTrackOk);
+      std::memcpy(&image[slot - 16], "VER0\0\0\0\0", 8);
+      for (int i = 0; i < 8; ++i) image[slot - 8 + i] = static_cast<unsigned char>(home >> (56 - 8 * i));
+      const size_t n = c.stop == kTornCopy ? slot / 2 : slot;
+      ASSERT_EQ(::pwrite(fd, image.data(), n, static_cast<off_t>(before.size())), static_cast<ssize_t>(n));
+    } else if (c.stop == kUnfinished) {
+      ASSERT_EQ(::pwrite(fd, "CKD_INIT", 8, 0), 8);
+    }
+    v.close();
+    ckdvol::RecoveryReport report;
+    std::string error;
+    ASSERT_EQ(ckdvol::recoverVolume(v.path(), report, error), 0) << error;
+    EXPECT_EQ(report.action, c.action);
+    if (c.stop == kUnfinished) {
+      EXPECT_NE(::access(v.path().c_str(), F_OK), 0);
+      continue;
+    }
+    const Bytes now = fileBytes(v.path());
+    ASSERT_EQ(now.size(), before.size());
+    const bool same = now == before;
+    EXPECT_EQ(same, !c.expectAfter);
+    if (c.expectAfter) {
+      EXPECT_EQ(now[home + 29], 0x5A);
+    }
+    v.reopen();  // the library opens what recovery leaves
+  }
+}
+
+}  // namespace
