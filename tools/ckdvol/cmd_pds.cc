@@ -30,6 +30,7 @@
 #include "command.h"
 #include "common/data_translator.h"
 #include "data_sets.h"
+#include "journaled_change.h"
 #include "open_failure.h"
 #include "pds/basic_partitioned_access_method.h"
 #include "stdout_notes.h"
@@ -234,6 +235,38 @@ bool readInput(const std::string& path, std::string& data) {
 
 // ---- replace -------------------------------------------------------------------
 
+// The track slots replaceMember rewrites: from the member's first block
+// along its blocks, as the library walks them, to the track where the walk
+// stops (written back last). False when a track cannot be read.
+bool memberSlots(Bpam& pds, EmulatedCKDfile& f, std::vector<uint64_t>& slots) {
+  int cyl = 0, head = 0;
+  if (!pds.tt2cchh(pds.memberTrack, cyl, head)) return false;
+  if (f.readTrack(static_cast<unsigned>(cyl), static_cast<unsigned short>(head), 0) != EmulatedCKDfile::kTrackOk) {
+    return false;
+  }
+  auto add = [&] {
+    const long long at = f.getOffset(f.currentCyl, f.currentHead, f.currentCell, true);
+    if (at >= 0 && (slots.empty() || slots.back() != static_cast<uint64_t>(at))) slots.push_back(static_cast<uint64_t>(at));
+  };
+  add();
+  const void* ref = f.searchRecord(nullptr, static_cast<unsigned>(cyl), static_cast<unsigned short>(head),
+                                   static_cast<unsigned char>(pds.memberRecord));
+  while (ref != nullptr) {
+    add();
+    const int length = f.getRefDL(ref);
+    const unsigned char* data = f.getRefData(ref);
+    const unsigned char* end = f.trackBuffer + f.trackSlotSize;
+    if (length <= 0 || data == nullptr || data < f.trackBuffer || data >= end || length > end - data ||
+        length > pds.blockSize || length % pds.recordLength != 0) {
+      break;
+    }
+    ref = f.locateNext(ref, true);
+  }
+  add();
+  return true;
+}
+
+
 int runReplace(const std::string& path, const std::string& dsn, const std::string& member,
                const std::string& input, bool raw) {
   std::string data;
@@ -294,10 +327,16 @@ int runReplace(const std::string& path, const std::string& dsn, const std::strin
                             " not changed");
     }
   }
-  rc = pds.replaceMember(member.c_str());
-  if (rc != Bpam::kReplaceOk) return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc));
-  if (p->file.close() != 0)
-    return fail(path, "closing the volume failed; the member may be incomplete");
+  std::vector<uint64_t> slots;
+  if (!memberSlots(pds, p->file, slots)) {
+    return fail(path, "cannot read the tracks of member " + upperName(member) + "; nothing was changed");
+  }
+  status = journaledChange(p->file, path, "pds replace", slots, [&]() -> std::string {
+    const int r = pds.replaceMember(member.c_str());
+    return r == Bpam::kReplaceOk ? std::string() : memberFailure(*p, upperName(dsn), upperName(member), r);
+  });
+  if (status != kExitOk) return status;
+  if (p->file.close() != 0) return fail(path, "closing the volume failed after the member was replaced");
   return kExitOk;
 }
 

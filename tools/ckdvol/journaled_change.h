@@ -1,0 +1,26 @@
+// Runs a change of a volume inside the change journal (journal/change_journal.h)
+// and words the outcome: exit 0 only when the change is complete and on
+// disk; otherwise exit 1 with a message saying "nothing was changed" (the
+// journal undid it) or naming 'ckdvol recover' (an interrupted change is
+// left in the file for it).
+#ifndef CKDVOL_TOOLS_CKDVOL_JOURNALED_CHANGE_H_
+#define CKDVOL_TOOLS_CKDVOL_JOURNALED_CHANGE_H_
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ckdfile/emulated_ckd_file.h"
+
+namespace ckdvol_tool {
+
+// Saves the slots at `slots`, runs `body` (which writes exactly those slots
+// and returns an empty string, or what failed), and finishes the change.
+// kExitOk, or kExitFailure after the message.
+int journaledChange(EmulatedCKDfile& file, const std::string& path, const char* command,
+                    const std::vector<uint64_t>& slots, const std::function<std::string()>& body);
+
+}  // namespace ckdvol_tool
+
+#endif  // CKDVOL_TOOLS_CKDVOL_JOURNALED_CHANGE_H_
