@@ -169,8 +169,10 @@ CKDVOL_EXPORT long long alignRepairCopies(EmulatedCKDfile& file, int operation);
 // kVersionOperationFailed. `resumed` gets the copies an earlier run had
 // already processed.
 constexpr long long kVersionOperationFailed = -100;
+// `underWay` says whether a failure left the operation recorded as under way
+// (recovery finishes it); when false nothing was changed.
 CKDVOL_EXPORT long long runVersionOperation(EmulatedCKDfile& file, int operation, const char* command,
-                                            long long& resumed, std::string& error);
+                                            long long& resumed, bool& underWay, std::string& error);
 
 }  // namespace ckdvol
 

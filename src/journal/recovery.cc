@@ -241,7 +241,8 @@ int recoverVolume(const std::string& path, RecoveryReport& report, std::string& 
       return -1;
     }
     long long resumed = 0;
-    const long long done = runVersionOperation(f, operation, record.command, resumed, error);
+    bool underWay = false;
+    const long long done = runVersionOperation(f, operation, record.command, resumed, underWay, error);
     if (done < 0) return -1;
     report.command = record.command;
     report.found = std::string("a ") + (operation == kVersionCommit ? "commit" : "rollback") + " of version " +

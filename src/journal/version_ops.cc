@@ -59,6 +59,32 @@ bool namesOwnSlot(const F& f, const unsigned char* slot, unsigned long long home
   return false;
 }
 
+// The links doVersion checks before it writes anything, walked the same way
+// (from the newest copy back), without its home-address comparison, which
+// alignRepairCopies settles. 0 or doVersion's code for the first broken link.
+int checkLinks(F& f) {
+  const unsigned int slot = f.trackSlotSize;
+  const long long dataEnd = f.getMaxOffset();
+  const long long size = journal_io::fileLength(f.fileDescriptor);
+  if (dataEnd < 0 || size < 0) return kDoVersionNoEnd;
+  std::vector<unsigned char> copy(slot), home(slot);
+  for (long long p = size - slot; p >= dataEnd; p -= slot) {
+    f.lastReadOffset = static_cast<unsigned long long>(p);
+    if (!journal_io::readAt(f.fileDescriptor, copy.data(), slot, static_cast<uint64_t>(p))) return kDoVersionCopyRead;
+    const unsigned char* t = trailerOf(copy.data(), slot);
+    if (!trailerHasMarker(t)) return kDoVersionCopyNoMarker;
+    if (trailerVersion(t) + 1 > f.activeVersion) break;
+    const long long h = homeOf(f, copy.data());
+    if (h < 0) return kDoVersionHomeRead;
+    f.lastReadOffset = static_cast<unsigned long long>(h);
+    if (!journal_io::readAt(f.fileDescriptor, home.data(), slot, static_cast<uint64_t>(h))) return kDoVersionHomeRead;
+    const unsigned char* ht = trailerOf(home.data(), slot);
+    if (!trailerHasMarker(ht)) return kDoVersionHomeNoMarker;
+    if (trailerLink(ht) != static_cast<unsigned long long>(p)) return kDoVersionHomeNoLink;
+  }
+  return 0;
+}
+
 }  // namespace
 
 long long cutProcessedCopies(F& f, int operation, std::string& error) {
@@ -142,8 +168,10 @@ long long alignRepairCopies(F& f, int operation) {
   return aligned;
 }
 
-long long runVersionOperation(F& f, int operation, const char* command, long long& resumed, std::string& error) {
+long long runVersionOperation(F& f, int operation, const char* command, long long& resumed, bool& underWay,
+                              std::string& error) {
   resumed = 0;
+  underWay = false;
   const int fd = f.fileDescriptor;
   const JournalState intent = operation == kVersionCommit ? JournalState::kCommit : JournalState::kRollback;
   JournalRecord record;
@@ -161,6 +189,13 @@ long long runVersionOperation(F& f, int operation, const char* command, long lon
     return kVersionOperationFailed;
   }
   if (!present) {
+    // Nothing is written (not even the record) when the copies' links are
+    // broken: the library would stop at the first one anyway.
+    const int links = checkLinks(f);
+    if (links != 0) {
+      error = "a saved copy and its track do not link to each other";
+      return links;
+    }
     std::memset(record.command, 0, sizeof record.command);
     std::strncpy(record.command, command, JournalRecord::kCommandLength);
     record.version = static_cast<uint16_t>(f.activeVersion);
@@ -168,10 +203,12 @@ long long runVersionOperation(F& f, int operation, const char* command, long lon
     record.startEnd = record.keepEnd = record.copyEnd = record.journalEnd = static_cast<uint64_t>(length < 0 ? 0 : length);
     if (putJournalRecord(fd, record, intent, error) != 0) return kVersionOperationFailed;
   } else {
+    underWay = true;
     // The same operation was interrupted: whatever it processed is cut off.
     resumed = cutProcessedCopies(f, operation, error);
     if (resumed < 0) return kVersionOperationFailed;
   }
+  underWay = true;
   if (alignRepairCopies(f, operation) < 0) {
     error = withErrno("cannot prepare the saved copies of repaired home addresses");
     return kVersionOperationFailed;
@@ -188,6 +225,7 @@ long long runVersionOperation(F& f, int operation, const char* command, long lon
     return kVersionOperationFailed;
   }
   if (clearJournalRecord(fd, record.sequence, error) != 0) return kVersionOperationFailed;
+  underWay = false;
   return rc;
 }
 

@@ -21,6 +21,7 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/versioning.h"
 #include "command.h"
+#include "journal/change_journal.h"
 #include "open_failure.h"
 #include "tool_util.h"
 
@@ -237,90 +238,6 @@ std::string doVersionFailure(const F& f, int rc) {
 }
 
 
-// What commit (or rollback) leaves in a home slot it has processed: commit
-// keeps the track's contents and copies the saved copy's trailer over the
-// home trailer (a zero trailer when that version was 0); rollback writes the
-// saved copy back whole with the same trailer rule. Either way the home slot
-// no longer links to the copy, so a second run stops there.
-bool homeShowsProcessed(const unsigned char* copy, const unsigned char* home, unsigned int slot,
-                        int operation) {
-  using namespace ckdvol;
-  const unsigned char* copyTrailer = trailerOf(copy, slot);
-  const unsigned char* homeTrailer = trailerOf(home, slot);
-  unsigned char expected[kTrailerSize];
-  if (trailerVersion(copyTrailer) == 0) {
-    std::memset(expected, 0, sizeof expected);
-  } else {
-    std::memcpy(expected, copyTrailer, sizeof expected);
-  }
-  if (std::memcmp(homeTrailer, expected, kTrailerSize) != 0) return false;
-  if (operation == kVersionRollback) {
-    return std::memcmp(home, copy, slot - kTrailerSize) == 0;
-  }
-  return true;
-}
-
-// Resuming an interrupted commit or rollback. The walk runs from the newest
-// copy backwards, so the copies an interrupted run processed are the newest
-// ones: each such copy's home slot holds exactly what the run writes there.
-// Those copies are cut off the file (they are no longer needed: their tracks
-// are already committed or rolled back); the walk stops at the first copy
-// whose home slot still links to it, and the normal operation then handles
-// the rest. Anything else is refused and nothing is changed.
-// Returns 0 (with the number of copies cut in `cut`) or an exit status.
-int cutProcessedCopies(F& f, const std::string& path, int operation, long long& cut) {
-  using namespace ckdvol;
-  cut = 0;
-  const unsigned int slot = f.trackSlotSize;
-  const long long dataEnd = f.getMaxOffset();
-  const long long size = fileLength(f);
-  if (dataEnd < 0 || size < 0) return fail(path, "cannot find the end of the file");
-  std::vector<unsigned char> copy(slot), home(slot);
-  // Like the library's walk: slot by slot back from the end of the file.
-  long long keepEnd = size;
-  for (long long p = size - slot; p >= dataEnd; p -= slot) {
-    if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) {
-      return fail(path, "cannot read the saved copy at file offset " + std::to_string(p));
-    }
-    const unsigned char* t = trailerOf(copy.data(), slot);
-    if (!trailerHasMarker(t)) {
-      return fail(path, slotText(f, static_cast<unsigned long long>(p)) +
-                            " is not a saved copy; nothing was changed");
-    }
-    unsigned long long h = trailerLink(t);
-    if (h == 0) {
-      const unsigned char* q = copy.data();
-      unsigned char flag;
-      unsigned int cyl, head;
-      f.getHA(q, flag, cyl, head);
-      const long long offset = f.getOffset(cyl, static_cast<unsigned short>(head), 0, true);
-      if (offset < 0) return fail(path, "a saved copy names a track outside the volume; nothing was changed");
-      h = static_cast<unsigned long long>(offset);
-    }
-    if (f.readRawTrack(h, home.data()) != 0) {
-      return fail(path, "cannot read " + slotText(f, h) + "; nothing was changed");
-    }
-    const unsigned char* ht = trailerOf(home.data(), slot);
-    if (trailerHasMarker(ht) && trailerLink(ht) == static_cast<unsigned long long>(p)) {
-      break;  // still pending: this copy and all older ones stay
-    }
-    if (!homeShowsProcessed(copy.data(), home.data(), slot, operation)) {
-      return fail(path, slotText(f, h) + " neither links to its saved copy nor holds what an interrupted " +
-                            (operation == kVersionCommit ? "commit" : "rollback") +
-                            " writes there; nothing was changed");
-    }
-    keepEnd = p;
-    ++cut;
-  }
-  if (cut > 0) {
-    if (::ftruncate(f.fileDescriptor, static_cast<off_t>(keepEnd)) != 0) {
-      return fail(path, "cannot cut the processed copies off the file: " + std::string(std::strerror(errno)));
-    }
-    ::fdatasync(f.fileDescriptor);
-  }
-  return kExitOk;
-}
-
 // The versions under which the tracks of the copies a commit or rollback
 // of the active version processes were changed: each home slot's trailer
 // carries the version it was written under. "version 1", "versions 1 to 2".
@@ -347,57 +264,6 @@ std::string changedUnder(F& f) {
   return "versions " + std::to_string(low) + " to " + std::to_string(high);
 }
 
-// True when the home address in `slot` names the track whose slot lies at
-// file offset `home` (any cell).
-bool namesOwnSlot(const F& f, const unsigned char* slot, unsigned long long home) {
-  const unsigned char* p = slot;
-  unsigned char flag;
-  unsigned int cyl, head;
-  f.getHA(p, flag, cyl, head);
-  for (unsigned short cell = 0; cell < f.cellCount; ++cell) {
-    if (f.getOffset(cyl, static_cast<unsigned short>(head), cell, true) == static_cast<long long>(home)) return true;
-  }
-  return false;
-}
-
-// 'verify --repair' mends home addresses that name another track. The saved
-// copy then keeps the damaged address while the track names itself, and
-// doVersion refuses such a pair (-10: copy and track name different tracks).
-// For those pairs only (the track links back to the copy, and the track's
-// home address names its own slot), the address the operation throws away
-// is made to agree first: rollback puts the copy's address on the track it
-// is about to overwrite, commit the track's address on the copy it is about
-// to cut off. Returns how many pairs were aligned, or -1 when a slot could
-// not be read or written (nothing else changed).
-long long alignRepairCopies(F& f, int operation) {
-  const unsigned int slot = f.trackSlotSize;
-  const long long dataEnd = f.getMaxOffset();
-  const long long size = fileLength(f);
-  long long aligned = 0;
-  std::vector<unsigned char> copy(slot), home(slot);
-  for (long long p = size - slot; dataEnd >= 0 && p >= dataEnd; p -= slot) {
-    if (f.readRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) return -1;
-    const unsigned char* t = ckdvol::trailerOf(copy.data(), slot);
-    if (!ckdvol::trailerHasMarker(t) || ckdvol::trailerVersion(t) + 1 > f.activeVersion) break;
-    const unsigned long long h = ckdvol::trailerLink(t);
-    if (h == 0) continue;
-    if (f.readRawTrack(h, home.data()) != 0) return -1;
-    const unsigned char* ht = ckdvol::trailerOf(home.data(), slot);
-    if (!ckdvol::trailerHasMarker(ht) || ckdvol::trailerLink(ht) != static_cast<unsigned long long>(p)) continue;
-    if (std::memcmp(copy.data(), home.data(), ckdvol::kHomeAddressSize) == 0) continue;
-    if (!namesOwnSlot(f, home.data(), h) || namesOwnSlot(f, copy.data(), h)) continue;
-    if (operation == ckdvol::kVersionRollback) {
-      std::memcpy(home.data(), copy.data(), ckdvol::kHomeAddressSize);
-      if (f.writeRawTrack(h, home.data()) != 0) return -1;
-    } else {
-      std::memcpy(copy.data(), home.data(), ckdvol::kHomeAddressSize);
-      if (f.writeRawTrack(static_cast<unsigned long long>(p), copy.data()) != 0) return -1;
-    }
-    ++aligned;
-  }
-  return aligned;
-}
-
 int runDoVersion(const std::string& path, int operation, bool resume) {
   VolumeLock lock;
   F f;
@@ -410,44 +276,53 @@ int runDoVersion(const std::string& path, int operation, bool resume) {
     return kExitOk;
   }
   const long long before = fileLength(f);
-  if (resume) {
-    long long cut = 0;
-    if (int status = cutProcessedCopies(f, path, operation, cut)) return status;
-    std::printf("%s: resuming: %s already processed by the interrupted run cut off the file\n",
-                path.c_str(), copiesText(cut).c_str());
+  if (operation == ckdvol::kVersionVerify) {
+    const int rc = f.doVersion(-1, operation);
+    if (rc < 0) return fail(path, std::string(verb) + " of version " + std::to_string(f.activeVersion) + ": " + doVersionFailure(f, rc));
+    std::printf("%s: %s of version %d verified: each links to its track and back; nothing changed\n",
+                path.c_str(), copiesText(rc).c_str(), f.activeVersion);
+    return kExitOk;
   }
-  const std::string under = operation == ckdvol::kVersionVerify ? "" : changedUnder(f);
-  if (operation != ckdvol::kVersionVerify && alignRepairCopies(f, operation) < 0) {
-    return fail(path, std::string("cannot prepare the saved copies of repaired home addresses: ") +
-                          std::strerror(errno) + "; nothing was " +
-                          (operation == ckdvol::kVersionCommit ? "committed" : "rolled back"));
+  const std::string under = changedUnder(f);
+  // The intent is recorded in the header first: an interrupted run is
+  // finished by 'ckdvol recover' or by running the same action again.
+  long long resumed = 0;
+  std::string error;
+  ckdvol::JournalRecord record;
+  bool recorded = false;
+  if (resume && ckdvol::readJournalRecord(f.fileDescriptor, record, recorded) && !recorded) {
+    // A run this tool did not record (another program's, or an older one's).
+    resumed = ckdvol::cutProcessedCopies(f, operation, error);
+    if (resumed < 0) return fail(path, error + "; nothing was changed");
   }
-  const int rc = f.doVersion(-1, operation);
+  long long more = 0;
+  bool underWay = false;
+  const long long rc = ckdvol::runVersionOperation(f, operation, operation == ckdvol::kVersionCommit ? "commit" : "rollback",
+                                                   more, underWay, error);
+  resumed += more;
+  if (resumed > 0 || resume) {
+    std::printf("%s: resuming: %s already processed by the interrupted run cut off the file\n", path.c_str(),
+                copiesText(resumed).c_str());
+  }
   if (rc < 0) {
-    std::string done = operation == ckdvol::kVersionVerify
-                           ? ""
-                           : "; any copies processed before the error were written back, and none was cut off the file";
-    return fail(path, std::string(verb) + " of version " + std::to_string(f.activeVersion) + ": " +
-                          doVersionFailure(f, rc) + done);
+    const std::string cause = rc == ckdvol::kVersionOperationFailed ? error : doVersionFailure(f, static_cast<int>(rc));
+    return fail(path, std::string(verb) + " of version " + std::to_string(f.activeVersion) + ": " + cause +
+                          (underWay ? "; it is recorded as under way: run 'ckdvol recover " + path + "' to finish it"
+                                    : std::string("; nothing was changed")));
   }
   const long long after = fileLength(f);
   const long long left = copyAreaSlots(f);
-  if (operation == ckdvol::kVersionVerify) {
-    std::printf("%s: %s of version %d verified: each links to its track and back; nothing changed\n",
-                path.c_str(), copiesText(rc).c_str(), f.activeVersion);
+  std::printf("%s: %s %s: %s %s\n", path.c_str(), rc == 0 ? ("version " + std::to_string(f.activeVersion)).c_str() : under.c_str(),
+              operation == ckdvol::kVersionCommit ? "committed" : "rolled back", copiesText(rc).c_str(),
+              operation == ckdvol::kVersionCommit ? "dropped, the tracks keep their new contents"
+                                                  : "written back over their tracks");
+  if (after != before) {
+    std::printf("  file cut from %lld to %lld bytes; version %d stays active", before, after, f.activeVersion);
   } else {
-    std::printf("%s: %s %s: %s %s\n", path.c_str(), rc == 0 ? ("version " + std::to_string(f.activeVersion)).c_str() : under.c_str(),
-                operation == ckdvol::kVersionCommit ? "committed" : "rolled back", copiesText(rc).c_str(),
-                operation == ckdvol::kVersionCommit ? "dropped, the tracks keep their new contents"
-                                                    : "written back over their tracks");
-    if (after != before) {
-      std::printf("  file cut from %lld to %lld bytes; version %d stays active", before, after,
-                  f.activeVersion);
-    } else {
-      std::printf("  file length unchanged (%lld bytes); version %d stays active", after, f.activeVersion);
-    }
-    std::printf(left > 0 ? " (%lld older saved cop%s remain)\n" : "\n", left, left == 1 ? "y" : "ies");
+    std::printf("  file length unchanged (%lld bytes); version %d stays active", after, f.activeVersion);
   }
+  std::printf(left > 0 ? " (%lld older saved cop%s remain)\n" : "\n", left, left == 1 ? "y" : "ies");
+  if (f.close() != 0) return fail(path, std::string("closing the volume failed: ") + std::strerror(errno));
   return kExitOk;
 }
 
@@ -483,9 +358,10 @@ const CommandRegistration kRegistration(Command{
           "All actions but status open the volume read-write, which makes a pending\n"
           "version active. Commit, rollback and disable on a volume without versioning\n"
           "have nothing to do and succeed. Exit status 0 on success, 1 with a message\n"
-          "naming the file and the cause otherwise. A commit or rollback that was interrupted (power\n"
-          "loss, kill) stops at the first copy it had processed; run it again with\n"
-          "--resume to finish it.");
+          "naming the file and the cause otherwise. A commit or rollback records in the\n"
+          "volume header that it is under way before it starts: if it is interrupted\n"
+          "(power loss, kill), 'ckdvol recover FILE' or the same action again finishes\n"
+          "it. --resume also finishes a run that another program left unrecorded.");
       return [args]() -> int {
         const std::string& a = args->action;
         if (args->json && a != "status") return failWith(kExitUsage, "--json goes with status");
