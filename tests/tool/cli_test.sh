@@ -438,6 +438,27 @@ truncate -s $end ver.ckd
 row 'ver | version disable $V | 0 | out | version 1 disabled; versioning is now off'
 ok "disable cleared the header" [ "$(peek ver.ckd 26 8)" = 0000000000000000 ]
 row 'ver | info $V | 0 | out | active 0, latest 0, 0 saved copies'
+# A header that counts saved copies as tracks: 10 copies made by a repair, then
+# the header says 3 cylinders. They are reported, never mended; the rollback stays.
+"$TOOL" create sc.ckd D130 --cylinders 2 >/dev/null
+for h in 0 1 2 3 4 5 6 7 8 9; do poke sc.ckd $((512 + (10 + h) * 4096 + 1)) 0005; done   # 1/h says cylinder 5
+cp sc.ckd scd.ckd; cp sc.ckd full.ckd
+"$TOOL" verify sc.ckd --repair --yes >/dev/null; poke sc.ckd 22 03000000; cp sc.ckd sc0.ckd
+"$TOOL" create huge.ckd D130 --cylinders 1 >/dev/null; "$TOOL" version enable huge.ckd >/dev/null
+poke huge.ckd 22 000000F0                                               # 0xF0000000 cylinders, version pending
+rows <<'EOF'
+sc | verify $V | 3 | out | cyl     2 head  9: the saved copy of cyl 1 head 9 (slot offset 78336), not a track | out | =10 the saved copy of | out | 20 tracks verified, 20 sound
+sc | verify $V --repair --yes | 1 | err | 10 slots that its header counts as tracks are saved copies
+huge | verify $V --json | 3 | out | "headerTracks": 40265318400 | out | "fileSlots": 10 | out | "tracks": 10,
+huge | verify $V --repair --yes | 1 | err | its header counts 40265318400 tracks but the file holds 10 whole slots; nothing was changed
+EOF
+ok "the refused repair changed nothing" cmp -s sc.ckd sc0.ckd
+poke sc.ckd 22 02000000; "$TOOL" version rollback sc.ckd >/dev/null
+ok "the saved copies still roll back" cmp -s <(tail -c +513 sc.ckd) <(tail -c +513 scd.ckd)
+# A repair whose second saved copy goes past the file size limit: status 1, counted.
+(ulimit -f 85; trap '' XFSZ; "$TOOL" verify full.ckd --repair --yes >/dev/null 2>full.err); status=$?
+ok "a repair that cannot be written fails, naming what was repaired before it" \
+  [ "$status $(grep -c 'cyl     1 head  1: the repair could not be written.*; 1 track repaired before it' full.err)" = "1 1" ]
 # ---- locks: writers take an exclusive flock, readers a shared one ----
 exec 9<lock.ckd
 flock -x 9

@@ -4,8 +4,12 @@
 //
 // Each track is read and checked with verifyTrack; findings are printed one
 // per line with the track address, then a summary by code. The file's length
-// is compared with what its header describes. The check itself opens the
-// volume read-only.
+// is compared with what its header describes, and only the slots the file
+// really holds are read: a header that counts more tracks than that is a
+// finding with both counts. A slot of the track area that is a saved copy
+// (its trailer links to an earlier slot that links back to it) means the
+// header counts saved copies as tracks; such a slot is reported and never
+// checked or mended as a track. The check itself opens the volume read-only.
 //
 // --dry-run and --repair add to each finding the mending the tool would make
 // (track_mend.h: what it keeps, what it drops). --repair then asks (on a
@@ -17,6 +21,9 @@
 // Exit status 0 when everything is sound, 3 when anything was found
 // (repaired or not), 1 when the volume cannot be opened or a repair cannot
 // be written, 2 for bad arguments or an unconfirmed repair.
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -45,13 +52,17 @@ using F = EmulatedCKDfile;
 
 // Progress goes to a terminal only, and only on volumes this long.
 constexpr unsigned long long kProgressTracks = 3000;
-// Summary key of tracks that could not be read at all.
+// Summary keys of tracks that could not be read at all, and of slots of the
+// track area that hold saved copies.
 constexpr int kUnreadable = -1;
+constexpr int kSavedCopy = -2;
 
 std::string codeMeaning(int code) {
   switch (code) {
     case kUnreadable:
       return "the track's slot could not be read";
+    case kSavedCopy:
+      return "a saved copy, not a track (the header counts more tracks than the volume has); not checked";
     case ckdvol::kVerifyHomeAddress:
       return "the home address names another track";
     case ckdvol::kVerifyRecordZero:
@@ -82,8 +93,9 @@ struct Finding {
   unsigned short cell;
   unsigned int cyl;
   unsigned short head;
-  int code;        // verifyCode, or kUnreadable
+  int code;        // verifyCode, kUnreadable or kSavedCopy
   int readResult;  // readTrack's result for an unreadable track
+  unsigned long long home = 0;  // kSavedCopy: the slot offset of the copy's home
   bool planned = false;
   TrackMend mend;
 };
@@ -114,6 +126,35 @@ void trackAddress(const F& f, unsigned long long index, unsigned short& cell, un
   cell = 0;
   cyl = static_cast<unsigned int>(index / f.tracksPerCylinder);
   head = static_cast<unsigned short>(index % f.tracksPerCylinder);
+}
+
+// True when the slot at `offset`, just read into f.trackBuffer, is a saved
+// copy: its trailer says "VER0" and links to an earlier slot whose own
+// trailer says "VER0" and links back to it. `home` receives that slot's
+// offset. A slot cannot be both: a track's trailer links only to a slot
+// behind the tracks, or to itself after a commit.
+bool isSavedCopy(const F& f, unsigned long long offset, unsigned long long& home) {
+  const unsigned slot = f.trackSlotSize;
+  const unsigned char* trailer = ckdvol::trailerOf(f.trackBuffer, slot);
+  if (!ckdvol::trailerHasMarker(trailer)) return false;
+  home = ckdvol::trailerLink(trailer);
+  if (home < static_cast<unsigned long long>(ckdvol::kHeaderSize) || home >= offset ||
+      (home - ckdvol::kHeaderSize) % slot != 0) {
+    return false;
+  }
+  unsigned char back[ckdvol::kTrailerSize];
+  const ssize_t got = ::pread(f.fileDescriptor, back, sizeof back, static_cast<off_t>(home + slot - sizeof back));
+  return got == static_cast<ssize_t>(sizeof back) && ckdvol::trailerHasMarker(back) &&
+         ckdvol::trailerLink(back) == offset;
+}
+
+// "cyl 0 head 3 (slot offset N)": the track whose slot lies at `offset`.
+std::string homeText(const F& f, unsigned long long offset) {
+  Finding home{};
+  trackAddress(f, (offset - ckdvol::kHeaderSize) / f.trackSlotSize, home.cell, home.cyl, home.head);
+  std::string text = address(f, home.cell, home.cyl, home.head);
+  text.erase(std::unique(text.begin(), text.end(), [](char a, char b) { return a == ' ' && b == ' '; }), text.end());
+  return text + " (slot offset " + std::to_string(offset) + ")";
 }
 
 struct VerifyOptions {
@@ -172,29 +213,47 @@ int runVerify(const VerifyOptions& o) {
   if (rc < 0) return openFailed(path, rc, errno, f.errorText);
   unsigned char header[ckdvol::kHeaderSize];
   struct stat st;
-  SizeCheck size;
-  if (f.readHeader(header, false) == F::kHeaderOk && ::fstat(f.fileDescriptor, &st) == 0) {
-    size = checkFileSize(header, static_cast<long long>(st.st_size));
+  if (::fstat(f.fileDescriptor, &st) != 0) {
+    const int err = errno;
+    f.close();
+    return fail(path, std::string("cannot find the file's size: ") + std::strerror(err));
   }
-  const unsigned long long tracks =
+  SizeCheck size;
+  if (f.readHeader(header, false) == F::kHeaderOk) size = checkFileSize(header, static_cast<long long>(st.st_size));
+  // The tracks the header counts, and the slots the file holds: only those
+  // are read, whatever the header says.
+  const unsigned long long headerTracks =
       f.deviceType == F::D200
           ? static_cast<unsigned long long>(f.getMaxOffset() - ckdvol::kHeaderSize) / f.trackSlotSize
           : static_cast<unsigned long long>(f.cylinders) * f.tracksPerCylinder;
-  const bool progress = stderrIsTerminal() && tracks >= kProgressTracks;
+  const unsigned long long fileSlots =
+      st.st_size > ckdvol::kHeaderSize ? static_cast<unsigned long long>(st.st_size - ckdvol::kHeaderSize) / f.trackSlotSize
+                                       : 0;
+  const unsigned long long slots = std::min(headerTracks, fileSlots);
+  std::string overclaim;
+  if (headerTracks > fileSlots) {
+    overclaim = "its header counts " + count(headerTracks, "track") + " but the file holds " +
+                count(fileSlots, "whole slot") + ": only those were checked";
+  }
+  const bool progress = stderrIsTerminal() && slots >= kProgressTracks;
 
   std::vector<Finding> findings;
   std::map<int, unsigned long long> byCode;
-  unsigned long long dropped = 0, emptied = 0;
-  for (unsigned long long done = 0; done < tracks; ++done) {
+  unsigned long long dropped = 0, emptied = 0, copies = 0;
+  for (unsigned long long done = 0; done < slots; ++done) {
     Finding x{};
     trackAddress(f, done, x.cell, x.cyl, x.head);
-    if (progress && ((done + 1) % 1000 == 0 || done + 1 == tracks)) {
-      std::fprintf(stderr, "\rverifying %s: %llu of %llu tracks (%llu%%)", path.c_str(), done + 1, tracks,
-                   (done + 1) * 100 / tracks);
+    if (progress && ((done + 1) % 1000 == 0 || done + 1 == slots)) {
+      std::fprintf(stderr, "\rverifying %s: %llu of %llu tracks (%llu%%)", path.c_str(), done + 1, slots,
+                   (done + 1) * 100 / slots);
     }
     x.readResult = f.readTrack(x.cyl, x.head, x.cell);
+    const unsigned long long offset = ckdvol::kHeaderSize + done * f.trackSlotSize;
     if (x.readResult != F::kTrackOk) {
       x.code = kUnreadable;
+    } else if (isSavedCopy(f, offset, x.home)) {
+      x.code = kSavedCopy;
+      ++copies;
     } else {
       bool sound;
       if (o.json) {
@@ -219,6 +278,9 @@ int runVerify(const VerifyOptions& o) {
       if (x.code == kUnreadable) {
         std::printf("%s: %s (read result %d)\n", address(f, x.cell, x.cyl, x.head).c_str(),
                     codeMeaning(kUnreadable).c_str(), x.readResult);
+      } else if (x.code == kSavedCopy) {
+        std::printf("%s: the saved copy of %s, not a track; not checked\n", address(f, x.cell, x.cyl, x.head).c_str(),
+                    homeText(f, x.home).c_str());
       } else {
         std::printf("%s: code %d: %s\n", address(f, x.cell, x.cyl, x.head).c_str(), x.code,
                     codeMeaning(x.code).c_str());
@@ -230,6 +292,14 @@ int runVerify(const VerifyOptions& o) {
   if (progress) std::fputs("\r\033[K", stderr);
   unsigned long long mendable = 0;
   for (const Finding& x : findings) mendable += x.planned ? 1 : 0;
+  const unsigned long long tracks = slots - copies;  // the slots checked as tracks
+  const unsigned long long withFindings = findings.size() - copies;
+  std::string copyFinding;
+  if (copies > 0) {
+    copyFinding = count(copies, "slot") + " of the track area " + (copies == 1 ? "is a saved copy" : "are saved copies") +
+                  ": the header counts more tracks than the volume has (" + count(headerTracks, "track") +
+                  "); they were not checked as tracks";
+  }
 
   nlohmann::ordered_json report;
   if (o.json) {
@@ -238,6 +308,7 @@ int runVerify(const VerifyOptions& o) {
       nlohmann::ordered_json j = {{"cell", x.cell}, {"cylinder", x.cyl}, {"head", x.head}, {"code", x.code},
                                   {"meaning", codeMeaning(x.code)}};
       if (x.code == kUnreadable) j["readResult"] = x.readResult;
+      if (x.code == kSavedCopy) j["copyOf"] = homeText(f, x.home);
       if (x.planned) {
         j["repair"] = {{"steps", x.mend.steps},
                        {"recordsKept", x.mend.kept},
@@ -252,18 +323,26 @@ int runVerify(const VerifyOptions& o) {
               {"fileSize", size.fileSize},
               {"headerSize", size.headerSize},
               {"sizeFinding", size.finding.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(size.finding)},
+              {"headerTracks", headerTracks},
+              {"fileSlots", fileSlots},
+              {"trackFinding", overclaim.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(overclaim)},
+              {"savedCopiesInTrackArea", copies},
               {"tracks", tracks},
-              {"soundTracks", tracks - findings.size()},
+              {"soundTracks", tracks - withFindings},
               {"findings", list},
               {"byCode", summary},
               {"dryRun", o.dryRun},
               {"repaired", false}};
   } else {
     if (!size.finding.empty()) std::printf("%s: %s\n", path.c_str(), size.finding.c_str());
+    if (!overclaim.empty()) std::printf("%s: %s\n", path.c_str(), overclaim.c_str());
+    if (!copyFinding.empty()) std::printf("%s: %s\n", path.c_str(), copyFinding.c_str());
     std::printf("%s: %s verified, %llu sound, %llu with findings\n", path.c_str(), count(tracks, "track").c_str(),
-                tracks - findings.size(), static_cast<unsigned long long>(findings.size()));
+                tracks - withFindings, withFindings);
     for (const auto& entry : byCode) {
-      if (entry.first == kUnreadable) {
+      if (entry.first == kSavedCopy) {
+        std::printf("  saved copies: %s\n", count(entry.second, "slot").c_str());
+      } else if (entry.first == kUnreadable) {
         std::printf("  unreadable: %s: %s\n", count(entry.second, "track").c_str(),
                     codeMeaning(entry.first).c_str());
       } else {
@@ -277,13 +356,22 @@ int runVerify(const VerifyOptions& o) {
                   count(dropped, "record").c_str(), count(emptied, "track").c_str());
     }
   }
-  const bool anything = !findings.empty() || !size.finding.empty();
+  const bool anything = !findings.empty() || !size.finding.empty() || !overclaim.empty();
   f.close();
 
   auto finish = [&](int status) {
     if (o.json) std::printf("%s\n", report.dump(2).c_str());
     return status;
   };
+  if (write && (copies > 0 || !overclaim.empty())) {
+    finish(kExitFindings);
+    const std::string cause =
+        copies > 0 ? count(copies, "slot") + " that its header counts as tracks " +
+                         (copies == 1 ? "is a saved copy" : "are saved copies") + ", and a repair would destroy them"
+                   : "its header counts " + count(headerTracks, "track") + " but the file holds " +
+                         count(fileSlots, "whole slot");
+    return fail(path, "no track was repaired: " + cause + "; nothing was changed");
+  }
   if (!write || mendable == 0) {
     if (o.dryRun && !o.json && mendable > 0) std::printf("%s: dry run: nothing was changed\n", path.c_str());
     return finish(anything ? kExitFindings : kExitOk);
@@ -313,22 +401,46 @@ int runVerify(const VerifyOptions& o) {
   if (int status = openUnderVersion(v, path, enabled, o.json)) return status;
   const int version = v.activeVersion;
   unsigned long long repaired = 0;
+  // Every failure ends the repair: what was written before it stays, under
+  // the version, and the message says how much that was. A mended image that
+  // could not be written is dropped, so that close() does not try it again.
+  auto failed = [&](const std::string& what, const std::string& detail) {
+    const int err = errno;
+    v.trackDirty = 0;
+    v.close();
+    return fail(path, what + " (" + detail + (err != 0 ? std::string(": ") + std::strerror(err) : std::string()) +
+                          "); " + count(repaired, "track") + " repaired before it, under version " +
+                          std::to_string(version) + ": 'ckdvol version rollback " + path + "' undoes them");
+  };
   for (const Finding& x : findings) {
     if (!x.planned) continue;
+    errno = 0;
     const int read = v.readTrack(x.cyl, x.head, x.cell);
-    if (read != F::kTrackOk || v.verifyTrack(false)) continue;
+    if (read != F::kTrackOk) {
+      return failed(address(v, x.cell, x.cyl, x.head) + ": the track could not be read again for its repair",
+                    "result " + std::to_string(read));
+    }
+    if (v.verifyTrack(false)) continue;
     const TrackMend mend = planMend(v, v.verifyCode);
+    errno = 0;
     const int written = applyMend(v, mend);
     if (written != F::kTrackOk) {
-      v.close();
-      return fail(path, address(v, x.cell, x.cyl, x.head) + ": the repair could not be written (result " +
-                            std::to_string(written) + (written == F::kTrackNoCopy ? ": the former image could not be saved" : "") +
-                            "); " + count(repaired, "track") + " repaired before it, under version " +
-                            std::to_string(version));
+      return failed(address(v, x.cell, x.cyl, x.head) + ": the repair could not be written",
+                    "result " + std::to_string(written) +
+                        (written == F::kTrackNoCopy ? ", the former image could not be saved" : ""));
     }
     ++repaired;
   }
-  if (v.close() != 0) return fail(path, std::string("closing the volume failed: ") + std::strerror(errno));
+  // close() reports a failed write-back only on standard error: the current
+  // track is written here, the file forced to disk, then closed.
+  errno = 0;
+  if (const int rc = v.writeTrack()) {
+    return failed("writing back the last repaired track failed", "result " + std::to_string(rc));
+  }
+  errno = 0;
+  if (::fdatasync(v.fileDescriptor) != 0) return failed("forcing the repairs to disk failed", "fdatasync");
+  errno = 0;
+  if (v.close() != 0) return failed("closing the volume failed", "close");
   if (o.json) {
     report["repaired"] = true;
     report["repairedTracks"] = repaired;
@@ -358,7 +470,11 @@ const CommandRegistration kRegistration(Command{
           "the track, the records must fit the record area and share one cylinder and\n"
           "head, and a versioned track's saved copy must link back to it. Each finding\n"
           "is printed with its track address and code, then a summary by code. A file\n"
-          "shorter or longer than its header says is reported with both sizes.\n"
+          "shorter or longer than its header says is reported with both sizes, and\n"
+          "only the slots the file holds are read. A slot of the track area that is a\n"
+          "saved copy (its trailer links to an earlier slot that links back) shows\n"
+          "that the header counts more tracks than the volume has: it is reported and\n"
+          "never checked or repaired as a track.\n"
           "Without --repair the volume is opened read-only and never changed.\n"
           "Repair mends as a person would: a home address or record zero that names\n"
           "another track while the records name this one is rewritten from the slot\n"
@@ -370,10 +486,12 @@ const CommandRegistration kRegistration(Command{
           "(without a terminal it needs --yes) and makes every repair under a track\n"
           "version, enabling one when versioning is off: 'ckdvol version rollback FILE'\n"
           "undoes the repair, 'ckdvol version commit FILE' keeps it. A volume whose\n"
-          "length disagrees with its header is not repaired.\n"
+          "length or track count disagrees with its header is not repaired.\n"
           "Progress is shown on standard error when it is a terminal.\n"
           "Exit status: 0 all sound; 3 findings (repaired or not); 1 the volume cannot\n"
-          "be opened or a repair cannot be written; 2 a repair was not confirmed.");
+          "be opened, a repair is refused, or a repair's write or sync fails (the\n"
+          "message says how many tracks were repaired before it); 2 a repair was not\n"
+          "confirmed.");
       return [o] {
         if (o->yes && !o->repair) return failWith(kExitUsage, "verify: --yes goes with --repair");
         return runVerify(*o);
