@@ -13,10 +13,12 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "common/byte_order.h"
+#include "journal/change_journal.h"
 #include "support/pds_builder.h"
 #include "support/volume_builder.h"
 
@@ -453,6 +455,54 @@ void datasetSeeds() {
   }
 }
 
+// ---- recover: volume files as an interrupted run leaves them -----------------
+
+void recoverSeeds() {
+  using F = EmulatedCKDfile;
+  for (int stop = 0; stop < 4; ++stop) {  // sealed, done, commit, a torn copy
+    TestVolume vol(F::D100, 1);
+    F& f = vol.file();
+    if (stop >= 2) {
+      f.enableVersion();
+      vol.reopen(false);
+    }
+    const uint64_t home = static_cast<uint64_t>(f.getOffset(0, 3, 0, true));
+    std::string error;
+    if (stop <= 1) {
+      ckdvol::ChangeJournal journal(f, "seed");
+      if (journal.begin({home, home + f.trackSlotSize}) != 0) throw std::runtime_error(journal.error());
+      if (stop == 1) {
+        ckdvol::JournalRecord r;
+        bool present = false;
+        ckdvol::readJournalRecord(f.fileDescriptor, r, present);
+        unsigned char place[ckdvol::JournalRecord::kPlaceSize];
+        r.state = ckdvol::JournalState::kDone;
+        ++r.sequence;
+        r.encode(place);
+        ::pwrite(f.fileDescriptor, place, sizeof place, ckdvol::JournalRecord::kOffset + (r.sequence % 2) * 64);
+      }
+    } else {
+      vol.setRecords(0, 3, {dataRecord(1, Bytes(64, 0x5A))});
+      if (stop == 2) {
+        ckdvol::JournalRecord r;
+        r.state = ckdvol::JournalState::kCommit;
+        r.sequence = 1;
+        r.version = 1;
+        std::strcpy(r.command, "commit");
+        unsigned char place[ckdvol::JournalRecord::kPlaceSize];
+        r.encode(place);
+        ::pwrite(f.fileDescriptor, place, sizeof place, ckdvol::JournalRecord::kOffset + 64);
+      } else {
+        vol.close();
+        ::truncate(vol.path().c_str(), static_cast<off_t>(fileBytes(vol.path()).size() - 100));
+        vol.reopen(false);
+      }
+    }
+    vol.close();
+    writeSeed("recover", "d100-" + std::to_string(stop), fileBytes(vol.path()));
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -468,6 +518,7 @@ int main(int argc, char** argv) {
     vtocSeeds();
     pdsSeeds();
     datasetSeeds();
+    recoverSeeds();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "fuzz_seeds: %s\n", e.what());
     return 1;

@@ -173,9 +173,11 @@ int dropTornCopies(int fd, unsigned int slot, long long dataEnd, RecoveryReport&
     error = withErrno("cannot cut the torn saved copies off the file");
     return -1;
   }
-  report.found = "saved copies left by a change that was interrupted before it reached its tracks";
-  report.action = "undone";
-  report.copiesDropped = orphans + (partial != 0 ? 1 : 0);
+  if (report.action == "none") {
+    report.found = "saved copies left by a change that was interrupted before it reached its tracks";
+    report.action = "undone";
+  }
+  report.copiesDropped += orphans + (partial != 0 ? 1 : 0);
   return 0;
 }
 
@@ -230,6 +232,18 @@ int recoverVolume(const std::string& path, RecoveryReport& report, std::string& 
   }
   int rc = 0;
   if (present && (record.state == JournalState::kCommit || record.state == JournalState::kRollback)) {
+    // A copy torn at the end first: the operation walks whole slots.
+    const long long dataEnd = trackAreaEnd(d.fd, header);
+    if (dataEnd > 0 && length > dataEnd && (length - dataEnd) % slot != 0) {
+      const long long partial = (length - dataEnd) % slot;
+      errno = 0;
+      if (!journal_io::cut(d.fd, static_cast<uint64_t>(length - partial)) || !journal_io::sync(d.fd)) {
+        error = withErrno("cannot cut a torn saved copy off the file");
+        return -1;
+      }
+      report.notes.push_back("a saved copy cut short (" + std::to_string(partial) + " of " + std::to_string(slot) +
+                             " bytes) at the end of the file; its track was never rewritten");
+    }
     ::close(d.fd);
     d.fd = -1;
     const int operation = record.state == JournalState::kCommit ? kVersionCommit : kVersionRollback;
@@ -258,12 +272,9 @@ int recoverVolume(const std::string& path, RecoveryReport& report, std::string& 
     }
     return 0;
   }
-  if (present) {
-    rc = recoverChange(d.fd, slot, record, report, error);
-  } else {
-    const bool versioned = loadLe16(header + kHdrActiveVersion) != 0 || loadLe16(header + kHdrLatestVersion) != 0;
-    if (versioned) rc = dropTornCopies(d.fd, slot, trackAreaEnd(d.fd, header), report, error);
-  }
+  if (present) rc = recoverChange(d.fd, slot, record, report, error);
+  const bool versioned = loadLe16(header + kHdrActiveVersion) != 0 || loadLe16(header + kHdrLatestVersion) != 0;
+  if (rc == 0 && versioned) rc = dropTornCopies(d.fd, slot, trackAreaEnd(d.fd, header), report, error);
   const long long after = journal_io::fileLength(d.fd);
   report.bytesAfter = after < 0 ? 0 : static_cast<uint64_t>(after);
   return rc;

@@ -95,6 +95,10 @@ long long cutProcessedCopies(F& f, int operation, std::string& error) {
     error = "cannot find the end of the file";
     return kVersionOperationFailed;
   }
+  if (size > dataEnd && (size - dataEnd) % slot != 0) {
+    error = "the file ends with part of a slot (a saved copy cut short): run 'ckdvol recover' first";
+    return kVersionOperationFailed;
+  }
   std::vector<unsigned char> copy(slot), home(slot);
   long long keepEnd = size, cut = 0;
   for (long long p = size - slot; p >= dataEnd; p -= slot) {
@@ -186,6 +190,12 @@ long long runVersionOperation(F& f, int operation, const char* command, long lon
                                               : record.state == JournalState::kRollback ? "rollback"
                                                                                         : "change") +
             " (" + record.command + ") is still in the file";
+    return kVersionOperationFailed;
+  }
+  const long long size = journal_io::fileLength(fd), dataEnd = f.getMaxOffset();
+  if (size < 0 || dataEnd < 0 || (size > dataEnd && (size - dataEnd) % f.trackSlotSize != 0)) {
+    underWay = present;
+    error = "the file ends with part of a slot (a saved copy cut short): run 'ckdvol recover' first";
     return kVersionOperationFailed;
   }
   if (!present) {
