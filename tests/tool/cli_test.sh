@@ -438,6 +438,19 @@ truncate -s $end ver.ckd
 row 'ver | version disable $V | 0 | out | version 1 disabled; versioning is now off'
 ok "disable cleared the header" [ "$(peek ver.ckd 26 8)" = 0000000000000000 ]
 row 'ver | info $V | 0 | out | active 0, latest 0, 0 saved copies'
+# ---- recover: a saved copy torn at the end of a versioned file, an unfinished creation ----
+row 'ver | recover $V | 0 | out | nothing to recover'
+"$TOOL" version enable ver.ckd >/dev/null; "$TOOL" version verify ver.ckd >/dev/null   # version 1 active
+head -c 1000 /dev/zero >>ver.ckd
+rows <<'EOF'
+ver | version commit $V | 1 | err | run 'ckdvol recover' first; nothing was changed
+ver | recover $V | 0 | out | a saved copy cut short (1000 of 56832 bytes) | out | undone
+ver | recover $V --json | 0 | out | "action": "none"
+EOF
+ok "recover cut the torn copy" [ "$(size ver.ckd)" -eq $end ]
+printf CKD_INIT >gone.ckd
+row 'gone | recover $V | 0 | out | an unfinished creation | out | removed'
+ok "recover removed the unfinished creation" [ ! -e gone.ckd ]
 # A header that counts saved copies as tracks: 10 copies made by a repair, then
 # the header says 3 cylinders. They are reported, never mended; the rollback stays.
 "$TOOL" create sc.ckd D130 --cylinders 2 >/dev/null
