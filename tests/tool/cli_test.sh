@@ -96,6 +96,10 @@ cp pds.ckd vb.ckd; poke vb.ckd $((512 + SLOT + 29 + 2 * 148 + 84)) 50
 poke vb.ckd $((512 + 44 * SLOT + 21)) "0002000E 01 00 001A 001A0000 000D0000 C8C5D3D3D640E5C2F1 00090000 E2C8D6D9E3 0002000E 02 00 0000 FFFFFFFFFFFFFFFF"
 cp vb.ckd vbbad.ckd; poke vbbad.ckd $((512 + 44 * SLOT + 29)) 001B
 cp pds.ckd cut.ckd; poke cut.ckd $((512 + 16 * SLOT + 3149 + 6)) 0C2F  # BETA's second block (1/1/2): 3119 bytes
+# BETA runs on into track 1/2 (its EOF record made the end marker), and the file ends after 1/1
+# under a pending version (open checks no size then): a read that fails after the first track
+cp pds.ckd mt.ckd; poke mt.ckd $((512 + 16 * SLOT + 8045)) FFFFFFFFFFFFFFFF; poke mt.ckd 26 "56455230 0000 0100"
+truncate -s $((512 + 17 * SLOT)) mt.ckd
 printf 'int a[2] = {0};\n\tx\nend\n' >brackets
 # files that are not (whole) volumes, and volumes made sparse
 mkdir dir.ckd; : >empty.ckd
@@ -201,9 +205,12 @@ stats | pds list --json $V TEST.PDS | 1 | out | "aliasOf": "BETA" | out | "userI
 stats | pds read $V TEST.PDS empty | 0 | out | =100 | out | ~^BETA 99$
 dmg | pds list $V TEST.PDS | 1 | err | ckdvol: $V: the directory of TEST.PDS is damaged: directory block 1/0/1 says 1280 bytes used | out | =0
 dmg | pds read $V TEST.PDS ALPHA | 1 | err | directory block 1/0/1 | out | =0
-# a member that breaks after its first block: what came before is written, status 1, no extracted file
-cut | pds read $V TEST.PDS BETA | 1 | out | =39 | err | TEST.PDS(BETA): block 1/1/2: 3119 bytes are not a multiple of LRECL 80; the output is incomplete: 39 records written before it
-cut | pds extract $V TEST.PDS $W/cutx | 1 | err | cutx/BETA: removed: member BETA was not extracted whole | out | 2 members of TEST.PDS written
+# a member that breaks after its first block or track: nothing is written, status 1, no extracted file
+cut | pds read $V TEST.PDS BETA | 1 | out | =0 | err | TEST.PDS(BETA): block 1/1/2: 3119 bytes are not a multiple of LRECL 80; nothing was written
+cut | pds extract $V TEST.PDS $W/cutx | 1 | err | cutx/BETA: not written: TEST.PDS(BETA) was not extracted whole | out | 2 members of TEST.PDS written
+mt | pds read $V TEST.PDS BETA | 1 | out | =0 | err | TEST.PDS(BETA): track 1/2 (relative track 2) cannot be read (code -1); nothing was written
+mt | cat $V 'TEST.PDS(BETA)' | 1 | out | =0 | err | TEST.PDS(BETA): track 1/2
+mt | pds extract $V TEST.PDS $W/mtx | 1 | out | 1 member of TEST.PDS written | err | ckdvol: $V: 3 members of TEST.PDS not extracted: BETA, EMPTY, FAR
 pds | pds list --json $V TEST.PDS | 1 | out | "dataSet": "TEST.PDS" | out | "ttr": "000003" | out | "bytes": 8000 | out | "error": "relative track 400
 pds | pds read $V TEST.PDS alpha | 0 | out | =3 | out | ~^ALPHA 0$ | out | ~^ALPHA 2$
 pds | pds read $V test.pds BETA | 0 | out | =100 | out | ~^BETA 99$
@@ -322,7 +329,11 @@ ok "create: header bytes, 30 slots" [ "$(peek new.ckd 0 26) $(size new.ckd)" = \
   "$(printf CKD_XVOL | od -An -tx1 | tr -d ' \n')0f00000000de0000aa030200000002000000 $((512 + 30 * SLOT))" ]
 ok "info wrote nothing to a level-0 file" cmp -s old.ckd old0.ckd
 ok "refused creates left no file" [ -z "$(ls x.ckd y.ckd z.ckd w.ckd 2>/dev/null)" ]
-ok "a member cut short leaves no file, the others are written" [ ! -e cutx/BETA -a -e cutx/ALPHA ]
+ok "a member cut short leaves no file (nor a temporary one), the others are written" \
+  [ "$(ls -A cutx | tr '\n' ' ')$(ls -A mtx)" = "ALPHA EMPTY ALPHA" ]
+echo old >cutx/BETA
+row 'cut | pds extract $V TEST.PDS $W/cutx --force | 1 | err | cutx/BETA: left as it was: TEST.PDS(BETA) was not extracted whole'
+ok "--force: the file of a member that cannot be read is left as it was" [ "$(cat cutx/BETA)" = old ]
 # 80 cylinders take long enough that SIGTERM normally lands mid-way; a
 # volume finished before it must be complete.
 "$TOOL" create big.ckd D600 --cylinders 80 >out 2>err & pid=$!
@@ -349,7 +360,7 @@ pds | pds replace $V TEST.PDS ALPHA < xyz | 0 | err | =0
 pds | pds read $V TEST.PDS ALPHA | 0 | out | =3 | out | ~^x$ | out | ~^z$
 pds | pds replace $V TEST.PDS ALPHA raw240 --raw | 0 | err | =0
 pds | pds read $V TEST.PDS ALPHA | 0 | out | =3 ~^B{80}$
-pds | pds extract $V TEST.PDS $W/members | 1 | err | ckdvol: $V: TEST.PDS(FAR): relative track 400 | out | 3 members of TEST.PDS written to $W/members (8240 bytes of data) | out | 1 member not extracted
+pds | pds extract $V TEST.PDS $W/members | 1 | err | ckdvol: $V: TEST.PDS(FAR): relative track 400 | out | 3 members of TEST.PDS written to $W/members (8240 bytes of data) | err | 1 member of TEST.PDS not extracted: FAR
 EOF
 ok "extract: BETA, EMPTY, no FAR" [ "$(wc -l <members/BETA) $(size members/EMPTY) $(ls members | grep -c FAR)" = "100 0 0" ]
 ok "extract: ALPHA as read" cmp -s members/ALPHA <("$TOOL" pds read pds.ckd TEST.PDS ALPHA)

@@ -59,8 +59,8 @@ int runCat(const CatArgs& a) {
   if ((status = readDirectoryOrFail(v, *ds, members)) != kExitOk) return status;
   const ckdvol::MemberInfo* m = findMemberOrFail(v, *ds, members, member);
   if (m == nullptr) return kExitFailure;
-  return stream(v, *ds, m, render, a.textOptions, stdout, "standard output", ds->name + "(" + m->name + ")", true,
-                stats);
+  return streamWhole(v, *ds, m, render, a.textOptions, stdout, "standard output", ds->name + "(" + m->name + ")",
+                     true, stats);
 }
 
 const CommandRegistration kRegistration(Command{
@@ -88,7 +88,8 @@ const CommandRegistration kRegistration(Command{
                      "their descriptor words except with --blocks. The length prefix of --records\n"
                      "and --blocks is 4 bytes, big-endian, the number of bytes that follow it. A\n"
                      "data set that cannot be read to its end gives status 1 and a message naming\n"
-                     "the block and what is wrong, after what was read before it.\n") +
+                     "the block and what is wrong, after what was read before it; a member is held\n"
+                     "until it has been read whole, and one that cannot be gives no output.\n") +
                  kTextOptionsHelp);
       return [a] { return runCat(*a); };
     }});

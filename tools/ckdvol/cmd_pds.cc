@@ -482,8 +482,8 @@ int runRead(const std::string& path, const std::string& dsn, const std::string& 
   const MemberInfo* m = findMemberOrFail(v, *ds, members, member);
   if (m == nullptr) return kExitFailure;
   StreamStats stats;
-  return stream(v, *ds, m, renderFor(o), o.textOptions, stdout, "standard output", ds->name + "(" + m->name + ")",
-                true, stats);
+  return streamWhole(v, *ds, m, renderFor(o), o.textOptions, stdout, "standard output",
+                     ds->name + "(" + m->name + ")", true, stats);
 }
 
 // ---- extract -------------------------------------------------------------------
@@ -542,26 +542,15 @@ int runExtract(const std::string& path, const std::string& dsn, const std::strin
   const std::string made = makeDirectories(dir);
   if (!made.empty()) return fail(dir, made);
 
-  int result = kExitOk;
   size_t written = 0;
   uint64_t bytes = 0;
+  std::vector<std::string> failed;
   for (size_t i = 0; i < members.size(); ++i) {
     const MemberInfo& m = members[i];
-    const std::string& target = targets[i];
-    FILE* out = std::fopen(target.c_str(), "wb");
-    if (out == nullptr) {
-      result = fail(target, std::string("cannot write: ") + std::strerror(errno));
-      continue;
-    }
     StreamStats stats;
-    Render render = renderFor(o);
-    int rc = stream(v, *ds, &m, render, o.textOptions, out, target, ds->name + "(" + m.name + ")", false, stats);
-    if (std::fclose(out) != 0 && rc == kExitOk) rc = fail(target, std::string("cannot write: ") + std::strerror(errno));
-    if (rc != kExitOk) {
-      ::unlink(target.c_str());
-      std::fprintf(stderr, "ckdvol: %s: removed: member %s was not extracted whole\n", target.c_str(),
-                   m.name.c_str());
-      result = kExitFailure;
+    if (streamToFile(v, *ds, &m, renderFor(o), o.textOptions, targets[i], ds->name + "(" + m.name + ")", stats) !=
+        kExitOk) {
+      failed.push_back(m.name);
       continue;
     }
     ++written;
@@ -569,11 +558,12 @@ int runExtract(const std::string& path, const std::string& dsn, const std::strin
   }
   std::printf("%s of %s written to %s (%s of data)\n", count(written, "member").c_str(), ds->name.c_str(),
               dir.c_str(), count(bytes, "byte").c_str());
-  if (written != members.size()) {
-    std::printf("%s not extracted (see the messages above)\n", count(members.size() - written, "member").c_str());
-  }
   if (std::fflush(stdout) != 0) return fail("standard output", std::strerror(errno));
-  return result;
+  if (failed.empty()) return kExitOk;
+  std::string names;
+  for (const std::string& name : failed) names += (names.empty() ? "" : ", ") + name;
+  return fail(path, count(failed.size(), "member") + " of " + ds->name + " not extracted: " + names +
+                        " (the messages above say why)");
 }
 
 void addReadOptions(CLI::App& app, ReadOptions& o, bool withText) {
@@ -621,8 +611,9 @@ const CommandRegistration kRegistration(Command{
                                "are written as text lines; RECFM U blocks (load modules) as their bytes, and\n"
                                "not to a terminal unless --raw or --text is given. --raw writes the records'\n"
                                "bytes back to back (V records without their descriptor words); --records\n"
-                               "puts a 4-byte big-endian length before each. A member that cannot be read\n"
-                               "whole ends with status 1 and a message naming the block.\n") +
+                               "puts a 4-byte big-endian length before each. The member is held until it\n"
+                               "has been read whole: one that cannot be (an I/O error, a damaged track or\n"
+                               "block) ends with status 1, a message naming the block, and no output.\n") +
                    kTextOptionsHelp);
 
       CLI::App* replace = app.add_subcommand(
@@ -649,8 +640,10 @@ const CommandRegistration kRegistration(Command{
       extract->footer(std::string("Every directory entry, aliases included, becomes a file DIR/NAME[SUFFIX]:\n"
                                   "text lines for F and V records, the blocks' bytes for RECFM U (load\n"
                                   "modules), the records' bytes with --raw. When any of the files exists,\n"
-                                  "nothing is written unless --force is given. A member that cannot be read\n"
-                                  "whole leaves no file; the others are written and the status is 1.\n") +
+                                  "nothing is written unless --force is given. Each member goes to a temporary\n"
+                                  "file beside its target, renamed into place once it is complete: a member\n"
+                                  "that cannot be read whole leaves no file (an existing one as it was); the\n"
+                                  "others are written, and the status is 1 with the failures named.\n") +
                       kTextOptionsHelp);
 
       return [a, list, read, replace, extract]() -> int {

@@ -1,11 +1,14 @@
 #include "data_sets.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "command.h"
 #include "dataset/block_reader.h"
@@ -107,9 +110,17 @@ const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::
   if (ds == nullptr) {
     std::vector<std::string> names;
     for (const ckdvol::DataSetInfo& d : v.vtoc.dataSets) names.push_back(d.name);
+    // A VTOC track that could not be read may have held it: not found is
+    // then no answer.
+    std::string unread;
+    for (const std::string& note : v.vtoc.notes) {
+      if (note.find("cannot be read") != std::string::npos) unread += (unread.empty() ? "" : "; ") + note;
+    }
     status = fail(v.path, "data set " + upper + " not found on volume " + upperName(v.vtoc.volser) +
-                              didYouMean(nearNames(names, upper)) + "; 'ckdvol ls " + v.path +
-                              "' lists the data sets");
+                              didYouMean(nearNames(names, upper)) +
+                              (unread.empty() ? "; 'ckdvol ls " + v.path + "' lists the data sets"
+                                              : ", but the VTOC could not be read whole (" + unread +
+                                                    "): it may be on the part that was not read"));
     return nullptr;
   }
   if (!ds->damage.empty()) {
@@ -150,13 +161,23 @@ const ckdvol::MemberInfo* findMemberOrFail(const ScannedVolume& v, const ckdvol:
   return nullptr;
 }
 
-int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member,
-           Render render, const TextOptions& text, FILE* out, const std::string& outName, const std::string& what,
-           bool refuseBinaryOnTerminal, StreamStats& stats) {
+namespace {
+
+// What became of the output when a read failed part-way.
+enum class Partial {
+  kWritten,  // what was read before it has been written
+  kDropped   // it was held, and is dropped: nothing was written
+};
+
+// stream() with the terminal check made by the caller (`terminal`: the
+// data's final destination is one) and the wording of a failed read.
+int streamTo(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member, Render render,
+             const TextOptions& text, FILE* out, const std::string& outName, const std::string& what,
+             bool terminal, Partial partial, StreamStats& stats) {
   const ckdvol::Deblocking deblocking = ckdvol::deblockingFor(ds.recfm);
   if (render == Render::kAuto) {
     render = deblocking == ckdvol::Deblocking::kUndefined ? Render::kData : Render::kText;
-    if (render == Render::kData && refuseBinaryOnTerminal && ::isatty(::fileno(out)) == 1) {
+    if (render == Render::kData && terminal) {
       return fail(v.path, what + " has undefined-length records (RECFM " + recfmText(ds.recfm) +
                               "): binary blocks such as a load module, not written to a terminal; "
                               "redirect standard output to a file, give --raw to write them anyway, or --text to see "
@@ -191,7 +212,7 @@ int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::Member
   if (render == Render::kText) writer.warnControls(v.path + ": " + what);
   if (rc < 0) {
     const std::string before =
-        stats.records == 0 ? std::string("nothing was written")
+        stats.records == 0 || partial == Partial::kDropped ? std::string("nothing was written")
                            : "the output is incomplete: " +
                                  count(stats.records, render == Render::kBlocks ? "block" : "record") +
                                  " written before it";
@@ -201,6 +222,70 @@ int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::Member
     std::fprintf(stderr, "ckdvol: note: %s: %s holds no records\n", v.path.c_str(), what.c_str());
   }
   return kExitOk;
+}
+
+}  // namespace
+
+int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member, Render render,
+           const TextOptions& text, FILE* out, const std::string& outName, const std::string& what,
+           bool refuseBinaryOnTerminal, StreamStats& stats) {
+  return streamTo(v, ds, member, render, text, out, outName, what,
+                  refuseBinaryOnTerminal && ::isatty(::fileno(out)) == 1, Partial::kWritten, stats);
+}
+
+int streamWhole(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member,
+                Render render, const TextOptions& text, FILE* out, const std::string& outName,
+                const std::string& what, bool refuseBinaryOnTerminal, StreamStats& stats) {
+  char* held = nullptr;
+  size_t heldSize = 0;
+  FILE* memory = ::open_memstream(&held, &heldSize);
+  if (memory == nullptr) return fail(v.path, what + ": cannot hold it in memory: " + std::strerror(errno));
+  int rc = streamTo(v, ds, member, render, text, memory, "memory", what,
+                    refuseBinaryOnTerminal && ::isatty(::fileno(out)) == 1, Partial::kDropped, stats);
+  if (std::fclose(memory) != 0 && rc == kExitOk) {
+    rc = fail(v.path, what + ": cannot hold it in memory: " + std::strerror(errno) + "; nothing was written");
+  }
+  std::unique_ptr<char, void (*)(void*)> release(held, std::free);
+  if (rc != kExitOk) return rc;
+  if ((heldSize > 0 && std::fwrite(held, 1, heldSize, out) != heldSize) || std::fflush(out) != 0) {
+    return fail(outName, std::string("cannot write: ") + std::strerror(errno));
+  }
+  return kExitOk;
+}
+
+int streamToFile(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member,
+                 Render render, const TextOptions& text, const std::string& target, const std::string& what,
+                 StreamStats& stats) {
+  struct stat st;
+  const bool existed = ::lstat(target.c_str(), &st) == 0;
+  const std::string leftAs = existed ? "left as it was" : "not written";
+  const size_t slash = target.rfind('/');
+  std::string temporary = (slash == std::string::npos ? std::string() : target.substr(0, slash + 1)) + "." +
+                          target.substr(slash == std::string::npos ? 0 : slash + 1) + ".XXXXXX";
+  const int fd = ::mkstemp(&temporary[0]);
+  if (fd < 0) return fail(target, leftAs + ": cannot make a temporary file beside it: " + std::strerror(errno));
+  // mkstemp makes the file for its owner only; a member's file gets the
+  // mode a plain create would give it.
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  FILE* out = ::fchmod(fd, 0666 & ~mask) == 0 ? ::fdopen(fd, "wb") : nullptr;
+  int rc = kExitOk;
+  if (out == nullptr) {
+    rc = fail(temporary, std::string("cannot write: ") + std::strerror(errno));
+    ::close(fd);
+  } else {
+    rc = streamTo(v, ds, member, render, text, out, temporary, what, false, Partial::kDropped, stats);
+    if (std::fclose(out) != 0 && rc == kExitOk) rc = fail(temporary, std::string("cannot write: ") + std::strerror(errno));
+  }
+  if (rc == kExitOk && ::rename(temporary.c_str(), target.c_str()) != 0) {
+    rc = fail(target, std::string("cannot rename the finished temporary file to it: ") + std::strerror(errno));
+  }
+  if (rc != kExitOk) {
+    ::unlink(temporary.c_str());
+    std::fprintf(stderr, "ckdvol: %s: %s: %s was not extracted whole\n", target.c_str(), leftAs.c_str(),
+                 what.c_str());
+  }
+  return rc;
 }
 
 std::string dsorgText(unsigned dsorg) {

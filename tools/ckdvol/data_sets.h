@@ -86,6 +86,21 @@ int stream(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::Member
            Render render, const TextOptions& text, FILE* out, const std::string& outName, const std::string& what,
            bool refuseBinaryOnTerminal, StreamStats& stats);
 
+// As stream(), but the data is held until it has been read whole and only
+// then written to `out`: after a failed read (an I/O error, a short read, a
+// damaged track or block) nothing at all is written, and the message says so.
+int streamWhole(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member,
+                Render render, const TextOptions& text, FILE* out, const std::string& outName,
+                const std::string& what, bool refuseBinaryOnTerminal, StreamStats& stats);
+
+// As stream(), into a new file `target`: the data goes to a temporary file
+// beside it, renamed to `target` (replacing a file of that name) only when
+// the data was read and written whole. On any failure the temporary file is
+// removed, `target` is left as it was, and the message says so.
+int streamToFile(ScannedVolume& v, const ckdvol::DataSetInfo& ds, const ckdvol::MemberInfo* member,
+                 Render render, const TextOptions& text, const std::string& target, const std::string& what,
+                 StreamStats& stats);
+
 // The usual abbreviations of DSORG (PS, PO, DA, IS, VS, "-"; U suffix for
 // unmovable) and of RECFM (F, V, U; then B, S, T, A, M; "-" for 0).
 std::string dsorgText(unsigned dsorg);
