@@ -5,6 +5,7 @@
 #include <set>
 
 #include "ckdfile/versioning.h"
+#include "ckdfile/volume_format.h"
 #include "common/byte_order.h"
 #include "journal/change_journal.h"
 #include "journal/file_io.h"
@@ -33,15 +34,15 @@ int ChangeJournal::writeRecord(JournalState state) {
   return putJournalRecord(file_.fileDescriptor, record_, state, error_);
 }
 
-int ChangeJournal::clearRecord() { return clearJournalRecord(file_.fileDescriptor, record_.sequence, error_); }
+int ChangeJournal::clearRecord() {
+  return clearJournalRecord(file_.fileDescriptor, record_.sequence, error_, headerSaved_);
+}
 
-int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
+int ChangeJournal::saveHeaderVersions() {
   const int fd = file_.fileDescriptor;
-  const unsigned int slot = file_.trackSlotSize;
   errno = 0;
-  if (begun_) return fail("a change was already begun on this journal");
+  if (begun_) return fail("the header must be kept before the change begins");
   if (fd < 0 || file_.readOnly) return fail("the volume is not open for writing");
-  if (file_.trackDirty) return fail("the volume holds a changed track that is not part of the change");
   JournalRecord old;
   bool present = false;
   if (!readJournalRecord(fd, old, present)) return fail("cannot read the volume header");
@@ -50,8 +51,41 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
     return fail("an interrupted change (" + std::string(old.command) + ", " + journalStateName(old.state) +
                 ") is still in the file");
   }
+  unsigned char fields[8];
+  if (!readAt(fd, fields, sizeof fields, kHdrVersionMarker) ||
+      !writeAt(fd, fields, sizeof fields, JournalRecord::kSavedHeaderOffset) || !sync(fd)) {
+    return fail("cannot keep the header's versioning fields");
+  }
+  const long long length = journal_io::fileLength(fd);
+  if (length < 0) return fail("cannot find the file's length");
+  record_.flags = JournalRecord::kHeaderSaved;
+  record_.startEnd = record_.keepEnd = record_.copyEnd = record_.journalEnd = static_cast<uint64_t>(length);
+  record_.sequence = std::max(old.sequence, record_.sequence);
+  begun_ = headerSaved_ = true;
+  return writeRecord(JournalState::kOpen);
+}
+
+int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
+  const int fd = file_.fileDescriptor;
+  const unsigned int slot = file_.trackSlotSize;
+  errno = 0;
+  if (sealed_) return fail("a change was already begun on this journal");
+  if (fd < 0 || file_.readOnly) return fail("the volume is not open for writing");
+  if (file_.trackDirty) return fail("the volume holds a changed track that is not part of the change");
+  JournalRecord old;
+  bool present = false;
+  if (!readJournalRecord(fd, old, present)) return fail("cannot read the volume header");
+  if (present && !headerSaved_) {
+    errno = 0;
+    return fail("an interrupted change (" + std::string(old.command) + ", " + journalStateName(old.state) +
+                ") is still in the file");
+  }
   const long long length = journal_io::fileLength(fd);
   const long long dataEnd = file_.getMaxOffset();
+  if (headerSaved_ && length != static_cast<long long>(record_.startEnd)) {
+    errno = 0;
+    return fail("the file's length changed since the change began");
+  }
   if (length < 0) return fail("cannot find the file's length");
   errno = 0;
   if (dataEnd < 0) return fail("the volume's track area is unknown");
@@ -77,10 +111,21 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       return fail("cannot read the track slot at file offset " + std::to_string(home));
     }
     const unsigned version = trailerHasMarker(e.trailer) ? trailerVersion(e.trailer) : 0;
-    (file_.activeVersion > 0 && version < static_cast<unsigned>(file_.activeVersion) ? keep : drop).push_back(e);
+    bool needsCopy = file_.activeVersion > 0 && version < static_cast<unsigned>(file_.activeVersion);
+    if (file_.activeVersion > 0 && !needsCopy) {
+      // It claims the active version: its saved copy must exist and link
+      // back, or the version could never give its former image back.
+      const uint64_t link = trailerLink(e.trailer);
+      unsigned char t[kTrailerSize];
+      needsCopy = link < static_cast<uint64_t>(dataEnd) || link + slot > static_cast<uint64_t>(length) ||
+                  (link - dataEnd) % slot != 0 || !readAt(fd, t, kTrailerSize, link + slot - kTrailerSize) ||
+                  !trailerHasMarker(t) || trailerLink(t) != home;
+    }
+    (needsCopy ? keep : drop).push_back(e);
   }
   homes_ = keep;
   homes_.insert(homes_.end(), drop.begin(), drop.end());
+  const uint64_t keepCount = keep.size();
 
   const uint64_t start = static_cast<uint64_t>(length);
   const uint64_t count = homes_.size();
@@ -108,8 +153,13 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       return fail("cannot read the track slot at file offset " + std::to_string(e.home));
     }
     unsigned char* t = trailerOf(image.data(), slot);
-    setTrailerMarker(t);  // version and reserved stay as they were
+    setTrailerMarker(t);  // version and reserved stay as they were,
     setTrailerLink(t, e.home);
+    // but a copy that stays with the version must carry an older version
+    // than the active one, or commit and rollback stop before it.
+    if (i < keepCount && trailerVersion(t) >= static_cast<unsigned>(file_.activeVersion)) {
+      storeBe16(t + kTrlVersion, static_cast<uint16_t>(file_.activeVersion - 1));
+    }
     if (!writeAt(fd, image.data(), slot, start + i * slot)) return fail("cannot write a saved copy");
   }
   for (uint64_t k = 0; k < indexSlots; ++k) {
@@ -172,8 +222,9 @@ int ChangeJournal::undo() {
   }
   if (!cut(fd, record_.startEnd)) return fail("cannot cut the saved copies off");
   if (!sync(fd)) return fail("cannot force the undone change to disk");
+  if (headerSaved_ && restoreHeaderVersions(fd, error_) != 0) return -1;
   if (clearRecord() != 0) return -1;
-  begun_ = sealed_ = false;
+  begun_ = sealed_ = headerSaved_ = false;
   return 0;
 }
 

@@ -54,7 +54,11 @@ struct CKDVOL_EXPORT JournalRecord {
   static constexpr int kPlaceSize = 64;   // each place
   static constexpr int kCommandLength = 12;
 
+  static constexpr int kSavedHeaderOffset = 376;  // 8 bytes: header 26..33 before the change
+  static constexpr uint8_t kHeaderSaved = 1;       // flags: kSavedHeaderOffset holds them
+
   JournalState state = JournalState::kNone;
+  uint8_t flags = 0;
   uint32_t sequence = 0;
   uint16_t version = 0;       // the active version when the change began
   uint64_t startEnd = 0;      // file length before the change
@@ -87,6 +91,11 @@ class CKDVOL_EXPORT ChangeJournal {
   ChangeJournal(EmulatedCKDfile& file, const char* command);
   ChangeJournal(const ChangeJournal&) = delete;
   ChangeJournal& operator=(const ChangeJournal&) = delete;
+
+  // Before begin(): keeps the header's versioning fields (marker, active and
+  // latest version) so that an undo also takes back a version the change
+  // enables. 0 or negative.
+  int saveHeaderVersions();
 
   // Saves the former images of the track slots at `slots` (file offsets of
   // whole track slots; duplicates are ignored) and makes them durable. After
@@ -122,6 +131,7 @@ class CKDVOL_EXPORT ChangeJournal {
   std::vector<Entry> homes_;  // in copy order
   JournalRecord record_;
   bool begun_ = false;
+  bool headerSaved_ = false;
   bool sealed_ = false;
   bool done_ = false;
   std::string error_;

@@ -4,6 +4,7 @@
 
 #include "ckdfile/versioning.h"
 #include "common/byte_order.h"
+#include "ckdfile/volume_format.h"
 #include "journal/file_io.h"
 #include "journal/journal_format.h"
 
@@ -109,7 +110,18 @@ int putJournalRecord(int fd, JournalRecord& record, JournalState state, std::str
   return 0;
 }
 
-int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error) {
+int restoreHeaderVersions(int fd, std::string& error) {
+  unsigned char saved[8];
+  errno = 0;
+  if (!journal_io::readAt(fd, saved, sizeof saved, JournalRecord::kSavedHeaderOffset) ||
+      !journal_io::writeAt(fd, saved, sizeof saved, kHdrVersionMarker) || !journal_io::sync(fd)) {
+    error = withErrno("cannot put the header's versioning fields back");
+    return -1;
+  }
+  return 0;
+}
+
+int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error, bool savedHeader) {
   static const unsigned char zero[JournalRecord::kPlaceSize] = {};
   // The older place first: until the newer one is gone it still rules.
   for (uint32_t s : {newestSequence + 1, newestSequence}) {
@@ -123,6 +135,11 @@ int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error) {
       error = withErrno("cannot force the cleared change record to disk");
       return -1;
     }
+  }
+  errno = 0;
+  if (savedHeader && (!journal_io::writeAt(fd, zero, 8, JournalRecord::kSavedHeaderOffset) || !journal_io::sync(fd))) {
+    error = withErrno("cannot clear the saved versioning fields in the header");
+    return -1;
   }
   return 0;
 }

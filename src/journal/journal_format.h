@@ -42,8 +42,13 @@ int restoreFromJournal(int fd, unsigned int slot, uint64_t start, const std::vec
 int putJournalRecord(int fd, JournalRecord& record, JournalState state, std::string& error);
 
 // Zeroes both places of the header record, the older one first, each made
-// durable. 0, or -1 with `error`.
-int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error);
+// durable, then the saved versioning fields when `savedHeader`. 0, or -1
+// with `error`.
+int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error, bool savedHeader = false);
+
+// Writes the versioning fields kept at JournalRecord::kSavedHeaderOffset
+// back into the header and syncs. 0, or -1 with `error`.
+int restoreHeaderVersions(int fd, std::string& error);
 
 // Makes the file object forget its current track, so the next read loads
 // the slot from the file again.

@@ -13,6 +13,7 @@ constexpr int kMagicLength = 8;
 // Field offsets within a place.
 constexpr int kSequence = 8;     // u32
 constexpr int kState = 12;       // u8
+constexpr int kFlags = 13;       // u8
 constexpr int kVersion = 14;     // u16
 constexpr int kStartEnd = 16;    // u64
 constexpr int kKeepEnd = 24;     // u64
@@ -49,6 +50,7 @@ void JournalRecord::encode(unsigned char* out) const {
   std::memcpy(out, kRecordMagic, kMagicLength);
   storeBe32(out + kSequence, sequence);
   out[kState] = static_cast<unsigned char>(state);
+  out[kFlags] = flags;
   storeBe16(out + kVersion, version);
   storeBe64(out + kStartEnd, startEnd);
   storeBe64(out + kKeepEnd, keepEnd);
@@ -64,6 +66,7 @@ bool JournalRecord::decode(const unsigned char* in) {
   if (in[kState] > static_cast<unsigned char>(JournalState::kRollback)) return false;
   sequence = loadBe32(in + kSequence);
   state = static_cast<JournalState>(in[kState]);
+  flags = in[kFlags];
   version = loadBe16(in + kVersion);
   startEnd = loadBe64(in + kStartEnd);
   keepEnd = loadBe64(in + kKeepEnd);

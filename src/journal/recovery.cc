@@ -123,7 +123,12 @@ int recoverChange(int fd, unsigned int slot, const JournalRecord& r, RecoveryRep
     error = withErrno("cannot force the recovered volume to disk");
     return -1;
   }
-  return clearJournalRecord(fd, r.sequence, error);
+  const bool savedHeader = (r.flags & JournalRecord::kHeaderSaved) != 0;
+  if (savedHeader && r.state != JournalState::kDone) {
+    if (restoreHeaderVersions(fd, error) != 0) return -1;
+    report.notes.push_back("the header's versioning fields are as before the change");
+  }
+  return clearJournalRecord(fd, r.sequence, error, savedHeader);
 }
 
 // Without a record: a saved copy cut short at the end of the file, and

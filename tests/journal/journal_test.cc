@@ -224,6 +224,38 @@ TEST(ChangeJournalTest, JoinsTheActiveVersion) {
             Bytes(before.begin() + slotOf(f, 0, 7), before.begin() + slotOf(f, 0, 8)));
 }
 
+// A change that enables a version for itself (as a repair does): undo, and
+// recovery of it, take the version back with the tracks.
+TEST(ChangeJournalTest, UndoTakesBackTheVersionItEnabled) {
+  for (bool viaRecovery : {false, true}) {
+    TestVolume v(F::D100, 2);
+    F& f = v.file();
+    v.close();
+    const Bytes before = fileBytes(v.path());
+    v.reopen();
+    ChangeJournal j(f, "repair");
+    ASSERT_EQ(j.saveHeaderVersions(), 0) << j.error();
+    ASSERT_EQ(f.enableVersion(), 0);
+    v.close();
+    v.reopen();
+    ASSERT_EQ(f.activeVersion, 1);
+    ASSERT_EQ(j.begin({slotOf(f, 1, 2)}), 0) << j.error();
+    changeTrack(f, 1, 2, 0x77);
+    if (viaRecovery) {
+      v.close();
+      ckdvol::RecoveryReport report;
+      std::string error;
+      ASSERT_EQ(ckdvol::recoverVolume(v.path(), report, error), 0) << error;
+      EXPECT_EQ(report.action, "undone");
+    } else {
+      ASSERT_EQ(::fdatasync(f.fileDescriptor), 0);
+      ASSERT_EQ(j.undo(), 0) << j.error();
+      v.close();
+    }
+    EXPECT_TRUE(fileBytes(v.path()) == before) << "via recovery " << viaRecovery;
+  }
+}
+
 // Recovery of each state a killed change leaves, and of the leftovers of
 // versioning and creation without a record.
 TEST(RecoveryTest, EachInterruptedState) {

@@ -479,10 +479,12 @@ EOF
 ok "the refused repair changed nothing" cmp -s sc.ckd sc0.ckd
 poke sc.ckd 22 02000000; "$TOOL" version rollback sc.ckd >/dev/null
 ok "the saved copies still roll back" cmp -s <(tail -c +513 sc.ckd) <(tail -c +513 scd.ckd)
-# A repair whose second saved copy goes past the file size limit: status 1, counted.
+# A repair whose saved copies go past the file size limit: status 1, all undone.
+cp full.ckd full0.ckd
 (ulimit -f 85; trap '' XFSZ; "$TOOL" verify full.ckd --repair --yes >/dev/null 2>full.err); status=$?
-ok "a repair that cannot be written fails, naming what was repaired before it" \
-  [ "$status $(grep -c 'cyl     1 head  1: the repair could not be written.*; 1 track repaired before it' full.err)" = "1 1" ]
+ok "a repair that cannot save its tracks fails and changes nothing" \
+  [ "$status $(grep -c 'cannot save the damaged tracks first.*no track was repaired: nothing was changed' full.err)" = "1 1" ]
+ok "the failed repair left the volume as it was" cmp -s full.ckd full0.ckd
 # ---- locks: writers take an exclusive flock, readers a shared one ----
 exec 9<lock.ckd
 flock -x 9

@@ -41,6 +41,7 @@
 #include "ckdfile/versioning.h"
 #include "ckdfile/volume_format.h"
 #include "command.h"
+#include "journal/change_journal.h"
 #include "open_failure.h"
 #include "tool_util.h"
 #include "track_mend.h"
@@ -172,34 +173,6 @@ bool confirm(const std::string& question) {
   char answer[64];
   if (std::fgets(answer, sizeof answer, stdin) == nullptr) return false;
   return answer[0] == 'y' || answer[0] == 'Y';
-}
-
-// Opens the volume read-write under an active version, enabling one when
-// versioning is off. `enabled` says whether this run enabled it.
-int openUnderVersion(F& f, const std::string& path, bool& enabled, bool quiet) {
-  enabled = false;
-  F peek;
-  int rc = peek.open(path.c_str(), true);
-  if (rc < 0) return openFailed(path, rc, errno, peek.errorText);
-  const int activeBefore = peek.activeVersion;
-  peek.close();
-  rc = f.open(path.c_str(), false);
-  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
-  if (f.activeVersion != activeBefore && !quiet) {
-    std::printf("%s: opening it read-write made the pending version %d active\n", path.c_str(), f.activeVersion);
-  }
-  if (f.activeVersion > 0) return kExitOk;
-  const int e = f.enableVersion();
-  if (e != ckdvol::kEnableOk) {
-    return fail(path, "cannot enable a track version for the repair (result " + std::to_string(e) +
-                          "); nothing was changed");
-  }
-  f.close();
-  rc = f.open(path.c_str(), false);
-  if (rc < 0) return openFailed(path, rc, errno, f.errorText);
-  if (f.activeVersion <= 0) return fail(path, "the version enabled for the repair did not become active; nothing was changed");
-  enabled = true;
-  return kExitOk;
 }
 
 int runVerify(const VerifyOptions& o) {
@@ -396,51 +369,82 @@ int runVerify(const VerifyOptions& o) {
     }
   }
 
+  // The repair is one change through the change journal: the damaged
+  // tracks' former images are saved and synced first, a version is enabled
+  // for it when none is active (taken back with the rest on an undo), and
+  // any failure undoes all of it.
   F v;
-  bool enabled = false;
-  if (int status = openUnderVersion(v, path, enabled, o.json)) return status;
+  int opened = v.open(path.c_str(), false);
+  if (opened < 0) return openFailed(path, opened, errno, v.errorText);
+  ckdvol::ChangeJournal journal(v, "repair");
+  const bool enabled = v.activeVersion <= 0;
+  std::string cause;
+  if (enabled) {
+    int e = journal.saveHeaderVersions();
+    if (e == 0 && (e = v.enableVersion()) != ckdvol::kEnableOk) {
+      cause = "cannot enable a track version for the repair (result " + std::to_string(e) + ")";
+    } else if (e == 0) {
+      v.close();
+      opened = v.open(path.c_str(), false);
+      if (opened < 0) cause = "cannot open the volume again to start the version (open result " + std::to_string(opened) + ")";
+    } else {
+      cause = journal.error();
+    }
+  }
+  std::vector<uint64_t> damaged;
+  for (const Finding& x : findings) {
+    if (!x.planned) continue;
+    const long long at = v.getOffset(x.cyl, x.head, x.cell, true);
+    if (at >= 0) damaged.push_back(static_cast<uint64_t>(at));
+  }
+  if (cause.empty() && v.activeVersion <= 0) cause = "the version enabled for the repair did not become active";
+  if (cause.empty() && journal.begin(damaged) != 0) cause = "cannot save the damaged tracks first: " + journal.error();
   const int version = v.activeVersion;
   unsigned long long repaired = 0;
-  // Every failure ends the repair: what was written before it stays, under
-  // the version, and the message says how much that was. A mended image that
-  // could not be written is dropped, so that close() does not try it again.
-  auto failed = [&](const std::string& what, const std::string& detail) {
-    const int err = errno;
-    v.trackDirty = 0;
-    v.close();
-    return fail(path, what + " (" + detail + (err != 0 ? std::string(": ") + std::strerror(err) : std::string()) +
-                          "); " + count(repaired, "track") + " repaired before it, under version " +
-                          std::to_string(version) + ": 'ckdvol version rollback " + path + "' undoes them");
-  };
   for (const Finding& x : findings) {
+    if (!cause.empty()) break;
     if (!x.planned) continue;
     errno = 0;
     const int read = v.readTrack(x.cyl, x.head, x.cell);
     if (read != F::kTrackOk) {
-      return failed(address(v, x.cell, x.cyl, x.head) + ": the track could not be read again for its repair",
-                    "result " + std::to_string(read));
+      cause = address(v, x.cell, x.cyl, x.head) + ": the track could not be read again for its repair (result " +
+              std::to_string(read) + ")";
+      break;
     }
-    if (v.verifyTrack(false)) continue;
+    if (v.verifyTrack(false)) {
+      // A broken version link only: saving the track linked it to the copy
+      // of its former image, which is what the repair does.
+      if (x.code >= ckdvol::kVerifyCopyUnreadable && x.code <= ckdvol::kVerifyNoLink) ++repaired;
+      continue;
+    }
     const TrackMend mend = planMend(v, v.verifyCode);
     errno = 0;
     const int written = applyMend(v, mend);
     if (written != F::kTrackOk) {
-      return failed(address(v, x.cell, x.cyl, x.head) + ": the repair could not be written",
-                    "result " + std::to_string(written) +
-                        (written == F::kTrackNoCopy ? ", the former image could not be saved" : ""));
+      cause = address(v, x.cell, x.cyl, x.head) + ": the repair could not be written (result " +
+              std::to_string(written) + (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string()) + ")";
+      break;
     }
     ++repaired;
   }
-  // close() reports a failed write-back only on standard error: the current
-  // track is written here, the file forced to disk, then closed.
-  errno = 0;
-  if (const int rc = v.writeTrack()) {
-    return failed("writing back the last repaired track failed", "result " + std::to_string(rc));
+  if (cause.empty() && journal.finish() != 0) cause = journal.error();
+  if (!cause.empty()) {
+    if (journal.complete()) {
+      v.close();
+      return fail(path, cause + "; the repair itself is complete and on disk: run 'ckdvol recover " + path +
+                            "' to drop its saved copies");
+    }
+    v.trackDirty = 0;
+    if (journal.undo() == 0) {
+      v.close();
+      return fail(path, cause + "; no track was repaired: nothing was changed");
+    }
+    v.close();
+    return fail(path, cause + "; undoing it failed too (" + journal.error() +
+                          "): the repair was interrupted, run 'ckdvol recover " + path + "'");
   }
   errno = 0;
-  if (::fdatasync(v.fileDescriptor) != 0) return failed("forcing the repairs to disk failed", "fdatasync");
-  errno = 0;
-  if (v.close() != 0) return failed("closing the volume failed", "close");
+  if (v.close() != 0) return fail(path, std::string("closing the volume failed after the repair: ") + std::strerror(errno));
   if (o.json) {
     report["repaired"] = true;
     report["repairedTracks"] = repaired;

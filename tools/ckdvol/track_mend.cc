@@ -4,6 +4,8 @@
 #include <map>
 #include <utility>
 
+#include <unistd.h>
+
 #include "ckdfile/versioning.h"
 #include "ckdfile/volume_format.h"
 #include "common/byte_order.h"
@@ -253,31 +255,15 @@ TrackMend planMend(F& f, int code) {
 int applyMend(F& f, const TrackMend& mend) {
   const unsigned slot = f.trackSlotSize;
   std::memcpy(f.trackBuffer, mend.image.data(), slot);
-  // writeTrack saves the slot as it is on disk, and the saved copy belongs
-  // to the active version only when the slot's trailer names an older one.
-  // A slot whose trailer claims the active version (or a later one) without
-  // a saved copy linking back to it would give a copy that this version's
-  // commit and rollback never reach: its trailer's version is lowered on
-  // disk first (the link is broken anyway), and the mended image carries no
-  // trailer, so that writeTrack makes the copy and links it.
+  // Under a version the change journal has linked the slot to the saved
+  // copy of its former image: the mended image keeps that trailer, so the
+  // write makes no second copy.
   const long long home = f.getOffset(f.currentCyl, f.currentHead, f.currentCell, true);
   if (f.activeVersion > 0 && home >= 0) {
-    std::vector<unsigned char> disk(slot), copy(slot);
-    if (f.readRawTrack(static_cast<unsigned long long>(home), disk.data()) != F::kTrackOk) return F::kTrackNoCopy;
-    unsigned char* trailer = ckdvol::trailerOf(disk.data(), slot);
-    if (ckdvol::trailerHasMarker(trailer) && static_cast<int>(ckdvol::trailerVersion(trailer)) >= f.activeVersion) {
-      const unsigned long long link = ckdvol::trailerLink(trailer);
-      const bool linked =
-          link != 0 && f.readRawTrack(link, copy.data()) == F::kTrackOk &&
-          ckdvol::trailerHasMarker(ckdvol::trailerOf(copy.data(), slot)) &&
-          ckdvol::trailerLink(ckdvol::trailerOf(copy.data(), slot)) == static_cast<unsigned long long>(home);
-      if (!linked) {
-        ckdvol::storeBe16(trailer + ckdvol::kTrlVersion, static_cast<uint16_t>(f.activeVersion - 1));
-        if (f.writeRawTrack(static_cast<unsigned long long>(home), disk.data()) != F::kTrackOk) {
-          return F::kTrackNoCopy;
-        }
-        ckdvol::clearTrailer(ckdvol::trailerOf(f.trackBuffer, slot));
-      }
+    unsigned char* trailer = ckdvol::trailerOf(f.trackBuffer, slot);
+    if (::pread(f.fileDescriptor, trailer, ckdvol::kTrailerSize, home + slot - ckdvol::kTrailerSize) !=
+        ckdvol::kTrailerSize) {
+      return F::kTrackNoCopy;
     }
   }
   f.trackDirty = 1;

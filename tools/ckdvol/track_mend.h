@@ -42,10 +42,10 @@ struct TrackMend {
 // the file are not touched.
 TrackMend planMend(EmulatedCKDfile& f, int code);
 
-// Puts `mend.image` into the current track and writes it with writeTrack, so
-// that an active version saves the former image first (a trailer that would
-// keep writeTrack from saving one is cleared in the image). Returns
-// writeTrack's result.
+// Puts `mend.image` into the current track and writes it with writeTrack.
+// Under an active version the slot's trailer on disk (linked by the change
+// journal to the saved copy of the former image) replaces the image's.
+// Returns writeTrack's result.
 int applyMend(EmulatedCKDfile& f, const TrackMend& mend);
 
 }  // namespace ckdvol_tool
