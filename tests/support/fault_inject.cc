@@ -180,26 +180,15 @@ Action inject(int fd, Kind kind) {
   ++gCount;
   writeCount();
   if (gCount != config().n) return kProceed;
-  switch (config().mode) {
-    case kNone:
-      return kProceed;
-    case kKill:
-      break;
-    case kTorn:
-      if (kind == kWrite) return kHalfKill;
-      break;
-    case kEio:
-    case kEnospc:
-      errno = config().mode == kEio ? EIO : ENOSPC;
-      return kFail;
-    case kShort:
-      if (kind == kWrite) return kHalfReturn;
-      errno = EIO;
-      return kFail;
-    case kPowerLoss:
-      undoAll();
-      break;
+  const Mode m = config().mode;
+  if (m == kNone) return kProceed;
+  if (m == kEio || m == kEnospc || (m == kShort && kind != kWrite)) {
+    errno = m == kEnospc ? ENOSPC : EIO;
+    return kFail;
   }
+  if (m == kShort) return kHalfReturn;
+  if (m == kTorn && kind == kWrite) return kHalfKill;
+  if (m == kPowerLoss) undoAll();
   ::raise(SIGKILL);
   return kFail;
 }
