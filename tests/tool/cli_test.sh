@@ -109,6 +109,7 @@ truncate -s $((512 + 5 * 15 * SLOT)) t5of20.ckd                       # 5 of its
 printf 'CKD_P370\x0f\0\0\0\0\xde\0\0\x90' >herc.ckd; truncate -s $((512 + 15 * SLOT)) herc.ckd
 printf 'CKD_C370\x0f\0\0\0\0\xde\0\0\x90' >cckd.ckd; truncate -s 4096 cckd.ckd
 head -c 512 v2.ckd >init.ckd; poke init.ckd 0 "43 4B 44 5F 49 4E 49 54"    # "CKD_INIT": creation killed
+head -c 300 init.ckd >tinit.ckd                                             # killed while writing its header
 cp v2.ckd locked.ckd; chmod 600 locked.ckd
 # D200 by hand, its 200000 tracks as holes: heads 20, slot 2560, code A4, level 3, 5 cylinders
 printf 'CKD_XVOL\x14\0\0\0\0\x0a\0\0\xa4\x03\x05\0\0\0\x05\0\0\0' >d200.ckd
@@ -283,13 +284,18 @@ lower | create $V d600 --cylinders 1 --no-format | 0 | out | created $V: D600-1,
 dir | info $V | 1 | err | $V: a directory, not a volume file | err | =1
 dir | verify $V | 1 | err | $V: a directory, not a volume file
 dir | version rollback $V | 1 | err | $V: a directory, not a volume file
-empty | info $V | 1 | err | $V: 0 bytes: too short for a volume header (512 bytes)
-empty | track $V 0 0 | 1 | err | $V: 0 bytes: too short for a volume header (512 bytes)
+empty | info $V | 1 | err | $V: an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create --force $V TYPE' replaces it
+empty | track $V 0 0 | 1 | err | $V: an unfinished creation
 t100 | vtoc $V | 1 | err | $V: 100 bytes: too short for a volume header (512 bytes)
 tmid | info $V | 1 | err | $V: the file is 1512 bytes, not the 512-byte header plus whole tracks of 56832 bytes (1000 bytes of a track left over); its header says 2 cylinders of 15 tracks of 56832 bytes, 1705472 bytes: the file was cut short
 herc | info $V | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool; this version cannot convert it yet
 cckd | verify $V | 1 | err | $V: this is a Hercules compressed CKD image (CCKD) (header "CKD_C370")
-init | info $V | 1 | err | $V: creation of this volume never finished (its header still says CKD_INIT): delete it and create it again
+init | info $V | 1 | err | $V: an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create --force $V D600 --cylinders 2' replaces it, 'ckdvol recover $V' removes it
+tinit | verify $V | 1 | err | $V: an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create --force $V D600 --cylinders 2'
+tinit | create $V D600 --cylinders 3 | 1 | err | $V: the file already exists; it was not changed: it is an unfinished creation
+tinit | create $V D600 --cylinders 3 --force | 0 | out | created $V: D600-1, 3 cylinders | err | the unfinished creation there was removed
+v2 | create $V D600 --force | 1 | err | $V: --force replaces only an unfinished creation, and this file is a complete volume; nothing was changed
+text | create $V D600 --force | 1 | err | and this file is a text file, not a volume; nothing was changed
 # a volume shorter than its header says is a finding, with both sizes; it is not repaired
 t512 | verify $V | 3 | out | $V: the file is 512 bytes but its header says 2 cylinders of 15 tracks, 1705472 bytes: it was cut short and holds 0 of its 2 cylinders
 t5of20 | verify $V | 3 | out | it was cut short and holds 5 of its 20 cylinders (12787200 bytes missing) | out | 75 tracks verified, 75 sound

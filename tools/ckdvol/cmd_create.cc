@@ -3,8 +3,13 @@
 //   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--no-format] [--sparse]
 //
 // The file is never overwritten: an existing FILE is refused and left as it
-// is. A volume whose initialisation fails or is interrupted (SIGINT, SIGTERM,
-// SIGHUP) is removed again, so no unusable half-written volume stays behind.
+// is, except that --force replaces an unfinished creation (what a run killed
+// with SIGKILL or by a power loss leaves). A volume whose initialisation or
+// any write or sync of it fails, or that is interrupted (SIGINT, SIGTERM,
+// SIGHUP), is removed again, so no unusable half-written volume stays
+// behind. A volume is reported created only once it and its directory entry
+// have been forced to disk.
+#include <fcntl.h>
 #include <signal.h>
 #include <time.h>
 #include <sys/statvfs.h>
@@ -26,6 +31,7 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "command.h"
+#include "open_failure.h"
 #include "tool_util.h"
 
 namespace ckdvol_tool {
@@ -146,10 +152,13 @@ struct Progress {
   }
 };
 
+// Keeps errno: runCreate reads it after initialize() (see there).
 void onCylinder(void* context, F::CKDtype, unsigned short, unsigned int, unsigned int) {
+  const int saved = errno;
   Progress* p = static_cast<Progress*>(context);
   ++p->done;
   if (p->bar) p->draw(false);
+  errno = saved;
 }
 
 // ---- messages -------------------------------------------------------------------
@@ -174,8 +183,13 @@ std::string createFailure(int rc, int savedErrno) {
   }
 }
 
+// initializeSparse's result when a sync of the tracks fails.
+constexpr int kInitSync = -100;
+
 std::string initFailure(int rc, int savedErrno) {
   switch (rc) {
+    case kInitSync:
+      return "forcing the tracks to disk (fdatasync) failed: " + systemCause(savedErrno, "sync failed");
     case F::kInitWrite:
       return "writing the tracks failed: " + systemCause(savedErrno, "short write (disk full?)");
     case F::kInitNoOffset:
@@ -200,6 +214,7 @@ struct CreateOptions {
   bool cylindersGiven = false;  // otherwise the count comes from type and model
   bool noFormat = false;
   bool sparse = false;
+  bool force = false;  // replace an unfinished creation
 };
 
 // The largest model: TYPE-A is TYPE-59.
@@ -209,9 +224,9 @@ constexpr int kMaxModel = 59;
 // then each track gets only its written part (home address, record zero,
 // the label or VTOC records on cylinder 0 heads 0 and 1 when formatting,
 // the end marker); the rest of every slot stays a hole and reads as zeros.
-// No filler records are written. The header is stamped "CKD_XVOL" last, as
-// initialize() does, so an interrupted run leaves an unusable "CKD_INIT"
-// file (which the signal handler removes).
+// No filler records are written. The tracks are forced to disk before the
+// header is stamped "CKD_XVOL", and the header after it, so an interrupted
+// run leaves an unusable "CKD_INIT" file (which the signal handler removes).
 int initializeSparse(F& f, Progress& progress, bool labels) {
   const long long end = f.getMaxOffset();
   if (end < 0) return F::kInitNoOffset;
@@ -241,14 +256,56 @@ int initializeSparse(F& f, Progress& progress, bool labels) {
     done = f.increment(cell, cyl, head);
     if (++written % f.tracksPerCylinder == 0) onCylinder(&progress, f.deviceType, cell, cyl, head);
   }
+  if (::fdatasync(f.fileDescriptor) != 0) return kInitSync;
   unsigned char header[ckdvol::kHeaderSize];
   if (f.readHeader(header, false) != F::kHeaderOk) return F::kInitReadHeader;
   f.formatLevel = header[ckdvol::kHdrFormatLevel];
   std::memcpy(header + ckdvol::kHdrMagic, ckdvol::kMagicReady, ckdvol::kMagicLength);
   if (f.writeHeader(header, true) != F::kHeaderOk) return F::kInitWriteHeader;
-  ::fdatasync(f.fileDescriptor);
+  if (::fdatasync(f.fileDescriptor) != 0) return kInitSync;
   if (f.readTrack(0, 0, 0) != F::kTrackOk) return F::kInitLoadTrack;
   return F::kInitOk;
+}
+
+// Forces the directory entry of `path` to disk. 0, or errno.
+int syncDirectory(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  const int rc = ::fsync(fd) == 0 ? 0 : errno;
+  ::close(fd);
+  return rc;
+}
+
+// With --force: removes `path` when it is an unfinished creation. kExitOk
+// when there is nothing at `path` or it was removed; otherwise kExitFailure
+// after a message saying what the file is (it is left as it is).
+int removeUnfinishedCreation(const std::string& path) {
+  struct stat st;
+  if (::lstat(path.c_str(), &st) != 0) return kExitOk;
+  const std::string refused = "--force replaces only an unfinished creation, and this file is ";
+  if (!S_ISREG(st.st_mode)) return fail(path, refused + "not a regular file; nothing was changed");
+  // A creation still running holds its file's lock: that one is not ours.
+  VolumeLock lock;
+  if (int status = lock.acquire(path, true)) return status;
+  unsigned char h[ckdvol::kHeaderSize] = {};
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const ssize_t got = fd < 0 ? -1 : ::pread(fd, h, sizeof h, 0);
+  const int err = errno;
+  if (fd >= 0) ::close(fd);
+  if (got < 0) return fail(path, "cannot read it to see what it is: " + std::string(std::strerror(err)) + "; nothing was changed");
+  if (!isUnfinishedCreation(h, std::min<long long>(got, static_cast<long long>(st.st_size)))) {
+    F f;
+    const int rc = f.open(path.c_str(), true);
+    const std::string what = rc >= 0 ? "a complete volume" : openFailureCause(path, rc, errno, f.errorText);
+    return fail(path, refused + what + "; nothing was changed");
+  }
+  if (::unlink(path.c_str()) != 0) {
+    return fail(path, "cannot remove the unfinished creation: " + std::string(std::strerror(errno)));
+  }
+  std::fprintf(stderr, "ckdvol: note: %s: the unfinished creation there was removed\n", path.c_str());
+  return kExitOk;
 }
 
 // Bytes the file system gives the file: its allocated blocks.
@@ -305,6 +362,10 @@ int runCreate(const CreateOptions& o) {
                  o.path.c_str(), wanted, rounded);
   }
 
+  if (o.force) {
+    if (int status = removeUnfinishedCreation(o.path)) return status;
+  }
+
   F f;
   gCleanupPath = o.path;
   gCleanupMessage = std::string(stderrIsTerminal() ? "\n" : "") + "ckdvol: " + o.path +
@@ -318,7 +379,15 @@ int runCreate(const CreateOptions& o) {
     const int savedErrno = errno;
     if (rc != F::kCreateOk) {
       restoreDefaultHandlers();
-      return fail(o.path, createFailure(rc, savedErrno));
+      std::string cause = createFailure(rc, savedErrno);
+      unsigned char h[ckdvol::kHeaderSize] = {};
+      const int fd = savedErrno == EEXIST ? ::open(o.path.c_str(), O_RDONLY | O_CLOEXEC) : -1;
+      if (fd >= 0) {
+        const ssize_t got = ::pread(fd, h, sizeof h, 0);
+        ::close(fd);
+        if (got >= 0 && isUnfinishedCreation(h, got)) cause += ": it is " + unfinishedCreationCause(o.path, h, got);
+      }
+      return fail(o.path, cause);
     }
     gCleanupArmed = 1;
   }  // a signal that arrived meanwhile is handled here, with the file armed
@@ -357,20 +426,39 @@ int runCreate(const CreateOptions& o) {
 
   errno = 0;
   rc = o.sparse ? initializeSparse(f, progress, !o.noFormat) : f.initialize(onCylinder, &progress, !o.noFormat);
-  const int savedErrno = errno;
+  int savedErrno = errno;
+  std::string failure;
+  if (rc != F::kInitOk) {
+    failure = initFailure(rc, savedErrno);
+  } else if (savedErrno != 0) {
+    // initialize() reports its writes but not its fdatasync calls, and its
+    // other calls leave errno alone when they succeed: errno set here is a
+    // sync that failed, and what it was to force to disk may be lost.
+    failure = "forcing the tracks to disk (fdatasync during the initialisation) failed: " +
+              std::string(std::strerror(savedErrno));
+  } else if (::fdatasync(f.fileDescriptor) != 0) {
+    failure = "forcing the volume to disk (fdatasync) failed: " + std::string(std::strerror(errno));
+  }
   {
     SignalBlock block;
-    gCleanupArmed = 0;
-    if (rc != F::kInitOk) {
-      f.close();
-      ::unlink(o.path.c_str());
-    } else {
-      f.close();
+    errno = 0;
+    if (f.close() != 0 && failure.empty()) {
+      failure = "closing the volume file failed: " + systemCause(errno, "close failed");
     }
+    if (failure.empty()) {
+      if (const int err = syncDirectory(o.path)) {
+        failure = "forcing its directory entry to disk (fsync of the directory) failed: " + std::string(std::strerror(err));
+      }
+    }
+    if (!failure.empty()) {
+      ::unlink(o.path.c_str());
+      syncDirectory(o.path);
+    }
+    gCleanupArmed = 0;
     restoreDefaultHandlers();
   }
   if (progress.bar) progress.draw(true);
-  if (rc != F::kInitOk) return fail(o.path, initFailure(rc, savedErrno) + "; the file was removed");
+  if (!failure.empty()) return fail(o.path, failure + "; the file was removed: nothing was created");
 
   char typeText[16];
   if (modelNumber != 0) {
@@ -397,6 +485,9 @@ const CommandRegistration kRegistration(Command{
       auto o = std::make_shared<CreateOptions>();
       app.add_option("FILE", o->path, "The volume file to create; an existing file is refused")
           ->required();
+      app.add_flag("--force", o->force,
+                   "Replace FILE when it is an unfinished creation (a run that was killed);\n"
+                   "any other existing file is still refused");
       app.add_option("TYPE", o->type, "Device type with an optional model: D600, D600-3, D600-A")
           ->required();
       CLI::Option* cylinders = app.add_option(
@@ -427,8 +518,12 @@ const CommandRegistration kRegistration(Command{
           "rest of the file as holes: the volume reads like any other, and a sparse\n"
           "--no-format volume holds exactly the bytes of a plain one.\n"
           "A progress bar is drawn on standard error when it is a terminal; a summary\n"
-          "line goes to standard output. If initialisation fails or is interrupted\n"
-          "(SIGINT, SIGTERM, SIGHUP), the file is removed.");
+          "line goes to standard output. The volume is forced to disk (the file and its\n"
+          "directory entry) before it is reported created. If initialisation, a write or\n"
+          "a sync fails, or the run is interrupted (SIGINT, SIGTERM, SIGHUP), the file is\n"
+          "removed. A run killed outright (SIGKILL, a power loss) leaves an unfinished\n"
+          "creation, which every command names as such: --force replaces it, and\n"
+          "'ckdvol recover FILE' removes it.");
       return [o, cylinders] {
         o->cylindersGiven = cylinders->count() > 0;
         return runCreate(*o);

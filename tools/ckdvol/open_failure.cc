@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -40,6 +42,18 @@ const ForeignImage kForeignImages[] = {
 };
 
 std::string bytesText(long long n) { return count(static_cast<unsigned long long>(n), "byte"); }
+
+// 512 + tracks x slot, held at the largest file length when a damaged
+// header's counts make it larger than that.
+long long describedLength(unsigned long long tracks, unsigned slot) {
+  long long bytes = 0;
+  if (tracks > static_cast<unsigned long long>(INT64_MAX) ||
+      __builtin_mul_overflow(static_cast<long long>(tracks), static_cast<long long>(slot), &bytes) ||
+      __builtin_add_overflow(bytes, static_cast<long long>(ckdvol::kHeaderSize), &bytes)) {
+    return INT64_MAX;
+  }
+  return bytes;
+}
 
 // The 8 magic bytes as they would be read: printable ASCII as it is, every
 // other byte as \xNN.
@@ -87,7 +101,7 @@ std::string sizeCause(const unsigned char* h, long long size, int rc) {
       want = ckdvol::kHeaderSize + 200000LL * slot;
       says = "a D200 volume has 200000 tracks, " + bytesText(want);
     } else {
-      want = ckdvol::kHeaderSize + static_cast<long long>(cylinders) * heads * slot;
+      want = describedLength(static_cast<unsigned long long>(cylinders) * heads, slot);
       says = "its header says " + count(cylinders, "cylinder") + " of " + count(heads, "track") + " of " +
              bytesText(slot) + ", " + bytesText(want);
     }
@@ -110,6 +124,44 @@ std::string sizeCause(const unsigned char* h, long long size, int rc) {
 }
 
 }  // namespace
+
+bool isUnfinishedCreation(const unsigned char* h, long long size) {
+  if (size <= 0) return size == 0;
+  const size_t n = static_cast<size_t>(std::min<long long>(size, ckdvol::kHeaderSize));
+  if (std::memcmp(h, ckdvol::kMagicInit, std::min<size_t>(n, ckdvol::kMagicLength)) != 0) return false;
+  if (size >= ckdvol::kHeaderSize) return true;
+  // A header cut short: every byte that is there must be one create writes.
+  if (n > ckdvol::kHdrDeviceCode) {
+    const F::DeviceInfo* device = F::findDeviceByFileCode(h[ckdvol::kHdrDeviceCode]);
+    if (device == nullptr) return false;
+    unsigned char want[ckdvol::kHdrDeviceCode] = {};
+    ckdvol::storeLe32(want + ckdvol::kHdrHeads, device->heads);
+    ckdvol::storeLe32(want + ckdvol::kHdrTrackSize, static_cast<uint32_t>(device->slotUnits) * 512);
+    if (std::memcmp(h + ckdvol::kHdrHeads, want + ckdvol::kHdrHeads, ckdvol::kHdrDeviceCode - ckdvol::kHdrHeads) != 0) {
+      return false;
+    }
+  }
+  if (n > ckdvol::kHdrFormatLevel && h[ckdvol::kHdrFormatLevel] != 3 && h[ckdvol::kHdrFormatLevel] != 4) return false;
+  for (size_t i = ckdvol::kHdrVersionMarker; i < n; ++i) {
+    if (h[i] != 0) return false;
+  }
+  return true;
+}
+
+std::string unfinishedCreationCause(const std::string& path, const unsigned char* h, long long size) {
+  std::string args = "TYPE";
+  if (size >= ckdvol::kHdrVersionMarker) {
+    const F::DeviceInfo* device = F::findDeviceByFileCode(h[ckdvol::kHdrDeviceCode]);
+    if (device != nullptr) {
+      char type[8];
+      std::snprintf(type, sizeof type, "%04X", static_cast<unsigned>(device->type));
+      args = type;
+      if (device->type != F::D200) args += " --cylinders " + std::to_string(ckdvol::loadLe32(h + ckdvol::kHdrCylinders));
+    }
+  }
+  return "an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create "
+         "--force " + path + " " + args + "' replaces it, 'ckdvol recover " + path + "' removes it";
+}
 
 std::string openFailureCause(const std::string& path, int rc, int savedErrno, const char* errorText) {
   struct stat st;
@@ -137,15 +189,12 @@ std::string openFailureCause(const std::string& path, int rc, int savedErrno, co
     ::close(fd);
   }
   const long long size = static_cast<long long>(st.st_size);
-  if (size == 0) return "0 bytes: too short for a volume header (512 bytes)";
+  if (size == 0) return unfinishedCreationCause(path, h, 0);
   if (got < 0) return std::string("cannot read it: ") + std::strerror(errno);
+  if (isUnfinishedCreation(h, got < size ? got : size)) return unfinishedCreationCause(path, h, got);
   if (size < ckdvol::kHeaderSize) {
     return bytesText(size) + ": too short for a volume header (512 bytes)" +
            (looksLikeText(h, static_cast<size_t>(got)) ? "; it is a text file" : "");
-  }
-  if (std::memcmp(h, ckdvol::kMagicInit, ckdvol::kMagicLength) == 0) {
-    return "creation of this volume never finished (its header still says CKD_INIT): delete it and create "
-           "it again";
   }
   for (const ForeignImage& image : kForeignImages) {
     if (std::memcmp(h, image.magic, ckdvol::kMagicLength) == 0) {
@@ -199,20 +248,20 @@ SizeCheck checkFileSize(const unsigned char* h, long long size) {
   const F::DeviceInfo* device = F::findDeviceByFileCode(h[ckdvol::kHdrDeviceCode]);
   if (device == nullptr || slot == 0) return c;
   const bool d200 = device->type == F::D200;
-  const long long tracks = d200 ? 200000LL : static_cast<long long>(cylinders) * heads;
-  c.headerSize = ckdvol::kHeaderSize + tracks * slot;
+  const unsigned long long tracks = d200 ? 200000ULL : static_cast<unsigned long long>(cylinders) * heads;
+  c.headerSize = describedLength(tracks, slot);
   const bool versioned =
       ckdvol::loadLe16(h + ckdvol::kHdrActiveVersion) != 0 || ckdvol::loadLe16(h + ckdvol::kHdrLatestVersion) != 0;
   if (size == c.headerSize) return c;
   if (size > c.headerSize && versioned && (size - c.headerSize) % slot == 0) return c;  // saved copies
   const std::string says = d200 ? "a D200 volume has 200000 tracks"
                                 : "its header says " + count(cylinders, "cylinder") + " of " + count(heads, "track");
-  const long long perCylinder = static_cast<long long>(heads) * slot;
+  const unsigned long long perCylinder = static_cast<unsigned long long>(heads) * slot;
   std::string text = "the file is " + bytesText(size) + " but " + says + ", " + bytesText(c.headerSize) + ": ";
   if (size < c.headerSize) {
     text += "it was cut short";
     if (!d200 && perCylinder > 0 && size >= ckdvol::kHeaderSize) {
-      const long long present = (size - ckdvol::kHeaderSize) / perCylinder;
+      const unsigned long long present = static_cast<unsigned long long>(size - ckdvol::kHeaderSize) / perCylinder;
       text += " and holds " + std::to_string(present) + " of its " + std::to_string(cylinders) + " cylinders";
     }
     text += " (" + bytesText(c.headerSize - size) + " missing)";

@@ -17,6 +17,18 @@ namespace ckdvol_tool {
 // never starts with the file name.
 std::string openFailureCause(const std::string& path, int rc, int savedErrno, const char* errorText);
 
+// True for what an interrupted 'ckdvol create' leaves behind: an empty file,
+// a file whose header magic says "CKD_INIT" (initialisation never finished),
+// or a file shorter than the header whose bytes begin a header as create
+// writes it (the magic, heads, slot size and code of a known device, level 3
+// or 4, then cylinder counts and zeros). `h` holds the file's first
+// min(size, 512) bytes.
+bool isUnfinishedCreation(const unsigned char* h, long long size);
+// The cause for such a file: "an unfinished creation (...): 'ckdvol create
+// --force FILE TYPE ...' replaces it, 'ckdvol recover FILE' removes it",
+// naming the type and cylinders when the header bytes still say them.
+std::string unfinishedCreationCause(const std::string& path, const unsigned char* h, long long size);
+
 // Writes "ckdvol: FILE: CAUSE" to standard error and returns kExitFailure.
 int openFailed(const std::string& path, int rc, int savedErrno, const char* errorText);
 
