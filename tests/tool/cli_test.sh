@@ -398,12 +398,12 @@ ok "--raw: 3 records of 80 bytes" [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --r
 # writes them: the former image appended as a saved copy whose trailer ("VER0",
 # version 0, link) points home, the home slot stamped "VER0", 1, the copy's offset.
 home3=$((512 + 3 * SLOT)) home4=$((512 + 4 * SLOT)) end=$((512 + 30 * SLOT))
-change() {  # change HOME BYTE: record zero's first data byte, under version 1
+change() {  # change HOME BYTE [VERSION]: record zero's first data byte, under VERSION (1)
   local at; at=$(size ver.ckd)
-  tail -c +$(($1 + 1)) ver.ckd | head -c $SLOT >>ver.ckd
-  poke ver.ckd $((at + SLOT - 16)) "5645523000000000$(printf %016x "$1")"
+  tail -c +$(($1 + 1)) ver.ckd | head -c $SLOT >>ver.ckd           # the copy keeps the image's version
+  poke ver.ckd $((at + SLOT - 16)) 56455230; poke ver.ckd $((at + SLOT - 8)) "$(printf %016x "$1")"
   poke ver.ckd $(($1 + 13)) "$2"
-  poke ver.ckd $(($1 + SLOT - 16)) "5645523000010000$(printf %016x "$at")"
+  poke ver.ckd $(($1 + SLOT - 16)) "56455230$(printf %04x "${3:-1}")0000$(printf %016x "$at")"
 }
 ok "enable: VER0, active 0, latest 1; status kept it" [ "$(peek ver.ckd 26 8)" = 5645523000000100 ]
 tail -c +$((home3 + 1)) ver.ckd | head -c $SLOT >track3
@@ -411,9 +411,9 @@ row 'ver | version verify $V | 0 | out | made the pending version 1 active | out
 ok "verify activated version 1" [ "$(peek ver.ckd 26 8)" = 5645523001000100 ]
 change $home3 5a
 rows <<'EOF'
-ver | version status $V | 0 | out | saved copies:      1 of the active version
+ver | version status $V | 0 | out | saved copies:      1 (made under version 1: 1) | out | of version 1 take all 1
 ver | verify $V | 0 | out | 30 tracks verified, 30 sound, 0 with findings
-ver | version disable $V | 1 | err | version 1 still has 1 saved copy; commit or roll it back first
+ver | version disable $V | 1 | err | version 1 cannot be disabled while 1 saved copy (made under version 1: 1) remain
 ver | version rollback $V | 0 | out | version 1 rolled back: 1 saved copy written back
 EOF
 ok "rollback: copies cut off" [ "$(size ver.ckd)" -eq $end ]
@@ -455,6 +455,26 @@ truncate -s $end ver.ckd
 row 'ver | version disable $V | 0 | out | version 1 disabled; versioning is now off'
 ok "disable cleared the header" [ "$(peek ver.ckd 26 8)" = 0000000000000000 ]
 row 'ver | info $V | 0 | out | active 0, latest 0, 0 saved copies'
+# Nested versions: track 3 changed under version 1, track 4 under version 2. Status
+# counts both; disable is refused; a commit of version 2 takes both.
+"$TOOL" version enable ver.ckd >/dev/null; "$TOOL" version verify ver.ckd >/dev/null; change $home3 31
+"$TOOL" version enable ver.ckd >/dev/null; "$TOOL" version verify ver.ckd >/dev/null; change $home4 42 2
+rows <<'EOF'
+ver | version status $V | 0 | out | saved copies:      2 (made under version 1: 1, version 2: 1) | out | of version 2 take all 2
+ver | version status $V --json | 0 | out | "savedCopies": 2 | out | "2": 1 | out | "commitOrRollbackFailsAt": null
+ver | version disable $V | 1 | err | version 2 cannot be disabled while 2 saved copies (made under version 1: 1, version 2: 1) remain
+EOF
+ok "the refused disable changed nothing" [ "$(peek ver.ckd 26 8) $(size ver.ckd)" = "5645523002000200 $((end + 2 * SLOT))" ]
+change $home3 32 2                            # track 3 again, under version 2: its copies chain
+row 'ver | version status $V | 0 | out | saved copies:      3 (made under version 1: 1, version 2: 2) | out | then links to neither'
+truncate -s $((end + 2 * SLOT)) ver.ckd; poke ver.ckd $((home3 + SLOT - 16)) "5645523000010000$(printf %016x $end)"
+"$TOOL" version commit ver.ckd >/dev/null
+ok "commit of version 2 kept both changes and dropped both copies" \
+  [ "$(size ver.ckd) $(peek ver.ckd $((home3 + 13)) 1)$(peek ver.ckd $((home4 + 13)) 1)" = "$end 3242" ]
+rows <<'EOF'
+ver | version disable $V | 0 | out | version 2 disabled; version 1 is active again
+ver | version disable $V | 0 | out | version 1 disabled; versioning is now off
+EOF
 # ---- recover: a saved copy torn at the end of a versioned file, an unfinished creation ----
 row 'ver | recover $V | 0 | out | nothing to recover'
 "$TOOL" version enable ver.ckd >/dev/null; "$TOOL" version verify ver.ckd >/dev/null   # version 1 active

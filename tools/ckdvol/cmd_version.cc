@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -76,6 +77,148 @@ std::string queryFailure(int rc) {
   }
 }
 
+// Every slot behind the last track, and the version each saved copy was
+// made under. A copy made under version v stamps its track with v, so the
+// track's next copy carries v in its trailer; the newest copy of a track
+// belongs to the version in the track's own trailer while the track links
+// back to it. A copy whose track no longer links to it (and no newer copy
+// follows) cannot be placed.
+struct CopyCensus {
+  long long slots = 0;                 // slots behind the last track
+  long long copies = 0;                // those that are saved copies ("VER0")
+  std::map<int, long long> byVersion;  // copies placed in a version
+  long long untold = 0;                // copies whose version cannot be told
+  long long processed = 0;             // copies a commit or rollback of the active version gets through
+  std::string stop;                    // why it would fail at the next one; empty when it would not
+};
+
+// 0, or -1 with `error` naming the slot that could not be read.
+int takeCensus(F& f, CopyCensus& c, std::string& error) {
+  const unsigned slot = f.trackSlotSize;
+  const long long dataEnd = f.getMaxOffset();
+  const long long size = fileLength(f);
+  if (dataEnd < 0 || size < 0) {
+    error = "cannot find the end of the file: " + std::string(std::strerror(errno));
+    return -1;
+  }
+  struct Slot {
+    unsigned long long offset = 0, link = 0, home = 0;
+    bool copy = false;      // "VER0" in its trailer
+    int imageVersion = 0;   // the version the saved image carried
+  };
+  std::vector<Slot> slots;
+  unsigned char t[ckdvol::kTrailerSize];
+  auto readAt = [&](unsigned char* buffer, size_t n, unsigned long long at) {
+    errno = 0;
+    if (::pread(f.fileDescriptor, buffer, n, static_cast<off_t>(at)) == static_cast<ssize_t>(n)) return true;
+    error = "cannot read " + slotText(f, at - (at - ckdvol::kHeaderSize) % slot) + ": " +
+            (errno != 0 ? std::strerror(errno) : "short read");
+    return false;
+  };
+  // The trailer of the track at `home`: "VER0" and its link.
+  auto trackTrailer = [&](unsigned long long home, bool& marked, unsigned long long& link) {
+    if (!readAt(t, sizeof t, home + slot - sizeof t)) return false;
+    marked = ckdvol::trailerHasMarker(t);
+    link = ckdvol::trailerLink(t);
+    return true;
+  };
+  for (long long p = dataEnd; p + static_cast<long long>(slot) <= size; p += slot) {
+    Slot s;
+    s.offset = static_cast<unsigned long long>(p);
+    if (!readAt(t, sizeof t, s.offset + slot - sizeof t)) return -1;
+    s.copy = ckdvol::trailerHasMarker(t);
+    s.link = s.home = ckdvol::trailerLink(t);
+    s.imageVersion = ckdvol::trailerVersion(t);
+    if (s.copy && s.link == 0) {
+      // A copy without a link names its track by its home address.
+      unsigned char ha[ckdvol::kHomeAddressSize];
+      if (!readAt(ha, sizeof ha, s.offset)) return -1;
+      const unsigned char* q = ha;
+      unsigned char flag = 0;
+      unsigned int cyl = 0, head = 0;
+      f.getHA(q, flag, cyl, head);
+      const long long home = f.getOffset(cyl, static_cast<unsigned short>(head), 0, true);
+      s.home = home < 0 ? 0 : static_cast<unsigned long long>(home);
+    }
+    slots.push_back(s);
+  }
+  c.slots = static_cast<long long>(slots.size());
+  std::map<unsigned long long, std::vector<size_t>> byHome;
+  for (size_t i = 0; i < slots.size(); ++i) {
+    if (slots[i].copy) byHome[slots[i].home].push_back(i);
+  }
+  for (const auto& entry : byHome) {
+    const std::vector<size_t>& chain = entry.second;
+    c.copies += static_cast<long long>(chain.size());
+    for (size_t k = 0; k < chain.size(); ++k) {
+      const Slot& copy = slots[chain[k]];
+      int made = 0;
+      bool marked = false;
+      unsigned long long link = 0;
+      if (k + 1 < chain.size()) {
+        made = slots[chain[k + 1]].imageVersion;
+      } else if (entry.first != 0) {
+        if (!trackTrailer(entry.first, marked, link)) return -1;
+        if (marked && link == copy.offset) made = ckdvol::trailerVersion(t);
+      }
+      if (made > copy.imageVersion) {
+        ++c.byVersion[made];
+      } else {
+        ++c.untold;
+      }
+    }
+  }
+  // Commit and rollback of the active version walk back from the newest
+  // slot while it is a copy whose image carries a lower version. Each needs
+  // its track to link to it; once processed, a track carries its copy's
+  // trailer, which links to the track itself (or none at version 0).
+  if (f.activeVersion <= 0) return 0;
+  std::map<unsigned long long, std::pair<bool, unsigned long long>> processedTracks;
+  for (size_t i = slots.size(); i-- > 0;) {
+    const Slot& s = slots[i];
+    if (!s.copy) {
+      c.stop = slotText(f, s.offset) + " is not a saved copy (no \"VER0\")";
+      break;
+    }
+    if (s.imageVersion + 1 > f.activeVersion) break;
+    bool marked = false;
+    unsigned long long link = 0;
+    const auto done = processedTracks.find(s.home);
+    if (done != processedTracks.end()) {
+      marked = done->second.first;
+      link = done->second.second;
+    } else if (s.home == 0 || !trackTrailer(s.home, marked, link)) {
+      c.stop = "the saved copy at " + slotText(f, s.offset) + " names no track that can be read";
+      break;
+    }
+    if (!marked || link != s.offset) {
+      c.stop = "the saved copy at " + slotText(f, s.offset) + ": its track, " + slotText(f, s.home) +
+               (done != processedTracks.end()
+                    ? ", has a newer copy processed before it and then links to neither (a track changed "
+                      "under two nested versions)"
+                    : ", does not link to it");
+      break;
+    }
+    ++c.processed;
+    processedTracks[s.home] = {s.imageVersion != 0, s.imageVersion != 0 ? s.link : 0};
+  }
+  return 0;
+}
+
+// "version 1: 2, version 2: 1; 1 whose version cannot be told (...)"
+std::string censusText(const CopyCensus& c) {
+  std::string s;
+  for (const auto& entry : c.byVersion) {
+    s += (s.empty() ? "" : ", ") + std::string("version ") + std::to_string(entry.first) + ": " +
+         std::to_string(entry.second);
+  }
+  if (c.untold > 0) {
+    s += (s.empty() ? "" : "; ") + std::to_string(c.untold) +
+         " whose version cannot be told (its track no longer links to it)";
+  }
+  return s;
+}
+
 // Opens read-write and says whether that made a pending version active.
 // Returns 0, or the exit status after a message.
 int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
@@ -94,6 +237,24 @@ int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
   return kExitOk;
 }
 
+// Forces the header just written to disk and closes the volume. 0, or
+// kExitFailure after a message: `done` says what was written, and that
+// whether it lasts is not known.
+int syncAndClose(F& f, const std::string& path, const std::string& done) {
+  if (::fdatasync(f.fileDescriptor) != 0) {
+    const int err = errno;
+    f.close();
+    return fail(path, done + ", but forcing the header to disk failed (" + std::strerror(err) +
+                          "): whether it survives a crash is not known; 'ckdvol version status " + path +
+                          "' shows what it says now");
+  }
+  errno = 0;
+  if (f.close() != 0) {
+    return fail(path, done + ", but closing the volume failed (" + std::strerror(errno) + ")");
+  }
+  return kExitOk;
+}
+
 int runStatus(const std::string& path, bool json) {
   VolumeLock lock;
   if (int status = lock.acquire(path, false)) return status;
@@ -103,16 +264,26 @@ int runStatus(const std::string& path, bool json) {
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
   if (q < 0) return fail(path, queryFailure(q));
-  const long long area = copyAreaSlots(f);
+  CopyCensus census;
+  std::string error;
+  if (takeCensus(f, census, error) != 0) return fail(path, error);
+  const long long area = census.slots;
   if (json) {
+    nlohmann::ordered_json byVersion = nlohmann::ordered_json::object();
+    for (const auto& entry : census.byVersion) byVersion[std::to_string(entry.first)] = entry.second;
     nlohmann::ordered_json j = {
         {"file", path},
         {"versioning", f.activeVersion == 0 ? "off" : "active"},
         {"activeVersion", f.activeVersion},
         {"latestVersion", f.latestVersion},
         {"pendingVersion", q == ckdvol::kQueryPending ? nlohmann::ordered_json(f.latestVersion) : nlohmann::ordered_json()},
-        {"savedCopies", copies},
+        {"savedCopies", census.copies},
+        {"savedCopiesByVersion", byVersion},
+        {"savedCopiesVersionUnknown", census.untold},
+        {"reachedByCommitOrRollback", census.processed},
+        {"commitOrRollbackFailsAt", census.stop.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(census.stop)},
         {"copyAreaSlots", area},
+        {"copyAreaNotCopies", area - census.copies},
         {"copyAreaBytes", area * static_cast<long long>(f.trackSlotSize)},
     };
     std::printf("%s\n", j.dump(2).c_str());
@@ -129,9 +300,24 @@ int runStatus(const std::string& path, bool json) {
     std::printf("  pending:           version %d is enabled; it becomes active at the next read-write open\n",
                 f.latestVersion);
   }
-  if (f.activeVersion != 0) {
-    std::printf("  saved copies:      %d of the active version (tracks changed since it became active)\n",
-                copies);
+  if (f.activeVersion != 0 || census.copies > 0) {
+    std::printf("  saved copies:      %lld%s\n", census.copies,
+                census.copies > 0 ? (" (made under " + censusText(census) + ")").c_str() : "");
+  }
+  if (census.copies > 0 && f.activeVersion > 0) {
+    const std::string reach = census.processed == census.copies ? "all " + std::to_string(census.copies)
+                                                                 : std::to_string(census.processed) + " of them";
+    std::printf("  commit, rollback:  of version %d take %s: every copy whose image is older than\n"
+                "                     version %d, so the copies made under the versions below it too\n",
+                f.activeVersion, reach.c_str(), f.activeVersion);
+    if (!census.stop.empty()) std::printf("                     and then fail at %s\n", census.stop.c_str());
+  } else if (census.copies > 0) {
+    std::printf("  commit, rollback:  reach none of them while versioning is off\n");
+  }
+  if (area > census.copies) {
+    std::printf("  not copies:        %lld slot%s behind the last track without \"VER0\" (a commit or rollback\n"
+                "                     stops there)\n",
+                area - census.copies, area - census.copies == 1 ? "" : "s");
   }
   std::printf("  copy area:         %lld slot%s behind the last track (%lld bytes)\n", area,
               area == 1 ? "" : "s", area * static_cast<long long>(f.trackSlotSize));
@@ -145,6 +331,9 @@ int runEnable(const std::string& path) {
   const int active = f.activeVersion;
   switch (const int rc = f.enableVersion()) {
     case ckdvol::kEnableOk:
+      if (int status = syncAndClose(f, path, "version " + std::to_string(f.latestVersion) + " was enabled")) {
+        return status;
+      }
       std::printf("%s: version %d enabled; it takes effect at the next read-write open of the volume\n",
                   path.c_str(), f.latestVersion);
       if (active == 0) {
@@ -174,17 +363,34 @@ int runDisable(const std::string& path) {
     std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
     return kExitOk;
   }
+  // The library refuses only while copies made from images of the version
+  // just below the active one are newest; a copy of any version left
+  // behind would belong to no version once this one is gone.
+  CopyCensus census;
+  std::string error;
+  if (takeCensus(f, census, error) != 0) return fail(path, error + "; nothing was changed");
+  if (census.slots > 0) {
+    std::string what = census.copies == census.slots
+                           ? copiesText(census.copies) + " (made under " + censusText(census) + ")"
+                           : count(static_cast<unsigned long long>(census.slots), "slot") + " (" +
+                                 copiesText(census.copies) + ")";
+    return fail(path, "version " + std::to_string(active) + " cannot be disabled while " + what +
+                          " remain behind the last track; commit or roll them back first ('ckdvol version status " +
+                          path + "' shows what that takes); nothing was changed");
+  }
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
   switch (const int rc = f.disableVersion()) {
-    case ckdvol::kDisableOk:
-      if (f.activeVersion == 0) {
+    case ckdvol::kDisableOk: {
+      const int now = f.activeVersion;  // close() forgets it
+      if (int status = syncAndClose(f, path, "version " + std::to_string(active) + " was disabled")) return status;
+      if (now == 0) {
         std::printf("%s: version %d disabled; versioning is now off\n", path.c_str(), active);
       } else {
-        std::printf("%s: version %d disabled; version %d is active again\n", path.c_str(), active,
-                    f.activeVersion);
+        std::printf("%s: version %d disabled; version %d is active again\n", path.c_str(), active, now);
       }
       return kExitOk;
+    }
     case ckdvol::kDisableBusy:
       if (q >= 0 && copies > 0) {
         return fail(path, "version " + std::to_string(active) + " still has " + copiesText(copies) +
@@ -347,11 +553,12 @@ const CommandRegistration kRegistration(Command{
       app.footer(
           "While a version is active, the first change of a track saves its former image\n"
           "behind the last track of the file. Actions:\n"
-          "  status    active and latest version, saved copies (read-only, changes nothing)\n"
+          "  status    active and latest version, the saved copies of every version and\n"
+          "            what a commit or rollback takes (read-only, changes nothing)\n"
           "  enable    enable the next version; it becomes active at the next read-write\n"
           "            open of the volume (by any program, this tool included)\n"
-          "  disable   step back to the previous version (off at 0); refused while saved\n"
-          "            copies of the active version exist\n"
+          "  disable   step back to the previous version (off at 0); refused while any\n"
+          "            saved copy exists, whatever version made it\n"
           "  commit    keep the changes and drop the saved copies\n"
           "  rollback  put the saved copies back over their tracks and drop them\n"
           "  verify    check that every saved copy and its track link to each other\n"
