@@ -3,7 +3,8 @@
 # of its writes, truncations and syncs in turn (tests/support/fault_inject.cc,
 # preloaded), and 'ckdvol recover' must then leave the volume exactly as
 # before the command or exactly as after it; a command that reports success
-# must have left it as after, one that says "nothing was changed" as before.
+# must have left it as after, one that says "nothing was changed" (create:
+# "created") as before.
 #   crash_sweep.sh TOOL INJECTOR   (CKDVOL_MAKE_TEST_PDS: tests/pds' volume
 #   generator; CKDVOL_CRASH_SEED: seed of the sampled call numbers)
 set -u
@@ -76,7 +77,7 @@ sweep() {
         kill | torn | powerloss) [ "$st" -eq 137 ] || why+=" not stopped at call $n;" ;;
         *) [ "$st" -eq 1 ] || [ "$st" -eq "$ok" ] || why+=" exit status $st;" ;;
       esac
-      [ "$st" -eq 1 ] && grep -q "nothing was changed" err && [ "$pre" != before ] && why+=" said nothing was changed;"
+      [ "$st" -eq 1 ] && grep -qE "nothing was (changed|created)" err && [ "$pre" != before ] && why+=" said nothing was changed;"
       [ "$st" -eq "$ok" ] && [ "$post" != after ] && why+=" reported success;"
       [ "$rst" = - ] || [ "$rst" -eq 0 ] || why+=" recover exit $rst: $(head -1 rerr);"
       case $post in before | after) ;; *) why+=" volume $post;" ;; esac
