@@ -532,5 +532,8 @@ lock | version enable $V | 1 | err | $V: another ckdvol is using this volume
 EOF
 exec 9<&-
 row 'lock | version enable $V | 0 | out | version 1 enabled'
+# a version enabled but never active is taken back with one header write, not activated first
+row 'lock | version disable $V | 0 | out | version 1 was enabled but never active: disabled; versioning stays off | out | =1'
+ok "disable of the pending version cleared the header" [ "$(peek lock.ckd 26 8)" = 0000000000000000 ]
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -5,6 +5,7 @@
 // status opens the volume read-only and changes nothing. Every other action
 // opens it read-write, which also makes a pending version active (the header
 // then says so); the report mentions it when that happens.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +23,7 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/versioning.h"
 #include "command.h"
+#include "common/byte_order.h"
 #include "journal/change_journal.h"
 #include "open_failure.h"
 #include "tool_util.h"
@@ -354,12 +356,50 @@ int runEnable(const std::string& path) {
   }
 }
 
+// Takes back a version that was enabled but never became active: the
+// header's latest version goes back to its active one (and the version
+// marker goes when that is 0), in one write of the header, forced to disk.
+// A read-write open would first make the version active, a second header
+// write that a crash could leave alone. 0, or kExitFailure after a message.
+int cancelPending(const std::string& path, int active, int pending) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) return fail(path, std::string("cannot open the volume for writing: ") + std::strerror(errno));
+  unsigned char h[ckdvol::kHeaderSize];
+  errno = 0;
+  std::string failure;
+  if (::pread(fd, h, sizeof h, 0) != static_cast<ssize_t>(sizeof h) ||
+      std::memcmp(h, ckdvol::kMagicReady, ckdvol::kMagicLength) != 0 ||
+      ckdvol::loadLe16(h + ckdvol::kHdrActiveVersion) != active ||
+      ckdvol::loadLe16(h + ckdvol::kHdrLatestVersion) != pending) {
+    failure = "the volume header cannot be read again, or changed meanwhile; nothing was changed";
+  } else {
+    ckdvol::storeLe16(h + ckdvol::kHdrLatestVersion, static_cast<uint16_t>(active));
+    if (active == 0) std::memset(h + ckdvol::kHdrVersionMarker, 0, ckdvol::kVersionMarkerLength);
+    errno = 0;
+    if (::pwrite(fd, h, sizeof h, 0) != static_cast<ssize_t>(sizeof h)) {
+      failure = std::string("cannot write the volume header (") + (errno != 0 ? std::strerror(errno) : "short write") +
+                "); it may be half written: 'ckdvol version status " + path + "' shows what it says";
+    } else if (::fdatasync(fd) != 0) {
+      failure = "version " + std::to_string(pending) + " was disabled, but forcing the header to disk failed (" +
+                std::strerror(errno) + "): whether it survives a crash is not known";
+    }
+  }
+  if (::close(fd) != 0 && failure.empty()) failure = std::string("closing the volume failed: ") + std::strerror(errno);
+  if (!failure.empty()) return fail(path, failure);
+  std::printf("%s: version %d was enabled but never active: disabled; %s\n", path.c_str(), pending,
+              active == 0 ? "versioning stays off" : ("version " + std::to_string(active) + " stays active").c_str());
+  return kExitOk;
+}
+
 int runDisable(const std::string& path) {
   VolumeLock lock;
-  F f;
-  if (int status = openForUpdate(f, lock, path)) return status;
-  const int active = f.activeVersion;
-  if (active == 0 && f.latestVersion == 0) {
+  if (int status = lock.acquire(path, true)) return status;
+  // Everything is checked on a read-only open, so that a refusal writes
+  // nothing (a read-write open makes a pending version active).
+  F peek;
+  const int opened = peek.open(path.c_str(), true);
+  if (opened < 0) return fail(path, openFailure(path, peek, opened));
+  if (peek.activeVersion == 0 && peek.latestVersion == 0) {
     std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
     return kExitOk;
   }
@@ -368,16 +408,25 @@ int runDisable(const std::string& path) {
   // behind would belong to no version once this one is gone.
   CopyCensus census;
   std::string error;
-  if (takeCensus(f, census, error) != 0) return fail(path, error + "; nothing was changed");
+  if (takeCensus(peek, census, error) != 0) return fail(path, error + "; nothing was changed");
+  const int pending = peek.activeVersion < peek.latestVersion ? peek.latestVersion : 0;
+  const int top = pending != 0 ? pending : peek.activeVersion;
   if (census.slots > 0) {
     std::string what = census.copies == census.slots
                            ? copiesText(census.copies) + " (made under " + censusText(census) + ")"
                            : count(static_cast<unsigned long long>(census.slots), "slot") + " (" +
                                  copiesText(census.copies) + ")";
-    return fail(path, "version " + std::to_string(active) + " cannot be disabled while " + what +
+    return fail(path, "version " + std::to_string(top) + " cannot be disabled while " + what +
                           " remain behind the last track; commit or roll them back first ('ckdvol version status " +
                           path + "' shows what that takes); nothing was changed");
   }
+  const int activeBefore = peek.activeVersion;
+  peek.close();
+  if (pending != 0) return cancelPending(path, activeBefore, pending);
+  F f;
+  const int rc = f.open(path.c_str(), false);
+  if (rc < 0) return fail(path, openFailure(path, f, rc));
+  const int active = f.activeVersion;
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
   switch (const int rc = f.disableVersion()) {
