@@ -110,6 +110,7 @@ printf 'CKD_P370\x0f\0\0\0\0\xde\0\0\x90' >herc.ckd; truncate -s $((512 + 15 * S
 printf 'CKD_C370\x0f\0\0\0\0\xde\0\0\x90' >cckd.ckd; truncate -s 4096 cckd.ckd
 head -c 512 v2.ckd >init.ckd; poke init.ckd 0 "43 4B 44 5F 49 4E 49 54"    # "CKD_INIT": creation killed
 head -c 300 init.ckd >tinit.ckd                                             # killed while writing its header
+head -c 300 init.ckd >tbad.ckd; poke tbad.ckd 16 FF                         # ... but no device has code FF
 cp v2.ckd locked.ckd; chmod 600 locked.ckd
 # D200 by hand, its 200000 tracks as holes: heads 20, slot 2560, code A4, level 3, 5 cylinders
 printf 'CKD_XVOL\x14\0\0\0\0\x0a\0\0\xa4\x03\x05\0\0\0\x05\0\0\0' >d200.ckd
@@ -296,6 +297,8 @@ tinit | create $V D600 --cylinders 3 | 1 | err | $V: the file already exists; it
 tinit | create $V D600 --cylinders 3 --force | 0 | out | created $V: D600-1, 3 cylinders | err | the unfinished creation there was removed
 v2 | create $V D600 --force | 1 | err | $V: --force replaces only an unfinished creation, and this file is a complete volume; nothing was changed
 text | create $V D600 --force | 1 | err | and this file is a text file, not a volume; nothing was changed
+dir | create $V D600 --force | 1 | err | and this file is not a regular file; nothing was changed
+tbad | info $V | 1 | err | $V: 300 bytes: too short for a volume header
 # a volume shorter than its header says is a finding, with both sizes; it is not repaired
 t512 | verify $V | 3 | out | $V: the file is 512 bytes but its header says 2 cylinders of 15 tracks, 1705472 bytes: it was cut short and holds 0 of its 2 cylinders
 t5of20 | verify $V | 3 | out | it was cut short and holds 5 of its 20 cylinders (12787200 bytes missing) | out | 75 tracks verified, 75 sound
@@ -340,6 +343,8 @@ ok "a member cut short leaves no file (nor a temporary one), the others are writ
 echo old >cutx/BETA
 row 'cut | pds extract $V TEST.PDS $W/cutx --force | 1 | err | cutx/BETA: left as it was: TEST.PDS(BETA) was not extracted whole'
 ok "--force: the file of a member that cannot be read is left as it was" [ "$(cat cutx/BETA)" = old ]
+"$TOOL" pds read pds.ckd TEST.PDS BETA >/dev/full 2>full.err; status=$?
+ok "a member that cannot be written out: status 1, naming the cause" [ "$status $(grep -c 'standard output: cannot write' full.err)" = "1 1" ]
 # 80 cylinders take long enough that SIGTERM normally lands mid-way; a
 # volume finished before it must be complete.
 "$TOOL" create big.ckd D600 --cylinders 80 >out 2>err & pid=$!
@@ -466,6 +471,9 @@ ver | version disable $V | 1 | err | version 2 cannot be disabled while 2 saved 
 EOF
 ok "the refused disable changed nothing" [ "$(peek ver.ckd 26 8) $(size ver.ckd)" = "5645523002000200 $((end + 2 * SLOT))" ]
 change $home3 32 2                            # track 3 again, under version 2: its copies chain
+poke ver.ckd $((home4 + SLOT - 16)) "$(printf '0%.0s' {1..32})"   # track 4 no longer links to its copy
+row 'ver | version status $V | 0 | out | (made under version 1: 1, version 2: 1; 1 whose version cannot be told'
+poke ver.ckd $((home4 + SLOT - 16)) "5645523000020000$(printf %016x $((end + SLOT)))"
 row 'ver | version status $V | 0 | out | saved copies:      3 (made under version 1: 1, version 2: 2) | out | then links to neither'
 truncate -s $((end + 2 * SLOT)) ver.ckd; poke ver.ckd $((home3 + SLOT - 16)) "5645523000010000$(printf %016x $end)"
 "$TOOL" version commit ver.ckd >/dev/null
@@ -499,6 +507,7 @@ poke huge.ckd 22 000000F0                                               # 0xF000
 rows <<'EOF'
 sc | verify $V | 3 | out | cyl     2 head  9: the saved copy of cyl 1 head 9 (slot offset 78336), not a track | out | =10 the saved copy of | out | 20 tracks verified, 20 sound
 sc | verify $V --repair --yes | 1 | err | 10 slots that its header counts as tracks are saved copies
+sc | verify $V --dry-run --json | 3 | out | "savedCopiesInTrackArea": 10 | out | =0 "repair":
 huge | verify $V --json | 3 | out | "headerTracks": 40265318400 | out | "fileSlots": 10 | out | "tracks": 10,
 huge | verify $V --repair --yes | 1 | err | its header counts 40265318400 tracks but the file holds 10 whole slots; nothing was changed
 EOF
