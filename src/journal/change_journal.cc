@@ -134,7 +134,7 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
   // A file of whole cylinders would open as a larger volume in programs that
   // take the cylinder count from the length: a pad slot prevents that.
   const uint64_t slotsAfter = (start - kHeaderSize) / slot + total;
-  if (file_.tracksPerCylinder > 1 && slotsAfter % file_.tracksPerCylinder == 0) ++total;
+  if (count > 0 && file_.tracksPerCylinder > 1 && slotsAfter % file_.tracksPerCylinder == 0) ++total;
   record_.version = static_cast<uint16_t>(file_.activeVersion > 0 ? file_.activeVersion : 0);
   record_.startEnd = start;
   record_.keepEnd = start + keep.size() * slot;

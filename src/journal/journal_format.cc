@@ -122,12 +122,16 @@ int restoreHeaderVersions(int fd, std::string& error) {
 }
 
 int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error, bool savedHeader) {
-  static const unsigned char zero[JournalRecord::kPlaceSize] = {};
+  (void)savedHeader;  // the saved versioning fields go with the first place
+  static const unsigned char zero[8 + JournalRecord::kPlaceSize] = {};
   // The older place first: until the newer one is gone it still rules.
+  // Place 0 is cleared together with the saved versioning fields before it.
   for (uint32_t s : {newestSequence + 1, newestSequence}) {
-    const uint64_t at = JournalRecord::kOffset + (s % 2) * JournalRecord::kPlaceSize;
+    const bool first = s % 2 == 0;
+    const uint64_t at = first ? JournalRecord::kSavedHeaderOffset : JournalRecord::kOffset + JournalRecord::kPlaceSize;
+    const size_t length = first ? sizeof zero : JournalRecord::kPlaceSize;
     errno = 0;
-    if (!journal_io::writeAt(fd, zero, sizeof zero, at)) {
+    if (!journal_io::writeAt(fd, zero, length, at)) {
       error = withErrno("cannot clear the change record in the header");
       return -1;
     }
@@ -135,11 +139,6 @@ int clearJournalRecord(int fd, uint32_t newestSequence, std::string& error, bool
       error = withErrno("cannot force the cleared change record to disk");
       return -1;
     }
-  }
-  errno = 0;
-  if (savedHeader && (!journal_io::writeAt(fd, zero, 8, JournalRecord::kSavedHeaderOffset) || !journal_io::sync(fd))) {
-    error = withErrno("cannot clear the saved versioning fields in the header");
-    return -1;
   }
   return 0;
 }

@@ -280,6 +280,25 @@ int recoverVolume(const std::string& path, RecoveryReport& report, std::string& 
   if (present) rc = recoverChange(d.fd, slot, record, report, error);
   const bool versioned = loadLe16(header + kHdrActiveVersion) != 0 || loadLe16(header + kHdrLatestVersion) != 0;
   if (rc == 0 && versioned) rc = dropTornCopies(d.fd, slot, trackAreaEnd(d.fd, header), report, error);
+  // What a torn write of the record leaves (a place that is not a valid
+  // record, saved versioning fields without one) is cleared: these header
+  // bytes are zero when no change is under way.
+  unsigned char tail[kHeaderSize - JournalRecord::kSavedHeaderOffset];
+  if (rc == 0 && journal_io::readAt(d.fd, tail, sizeof tail, JournalRecord::kSavedHeaderOffset) &&
+      readJournalRecord(d.fd, record, present) && !present) {
+    bool zero = true;
+    for (unsigned char b : tail) zero = zero && b == 0;
+    if (!zero) {
+      rc = clearJournalRecord(d.fd, 0, error);
+      if (rc == 0) {
+        report.notes.push_back("the remains of a change record torn while it was written are cleared");
+        if (report.action == "none") {
+          report.found = "a change record torn while it was written; no track had been touched";
+          report.action = "undone";
+        }
+      }
+    }
+  }
   const long long after = journal_io::fileLength(d.fd);
   report.bytesAfter = after < 0 ? 0 : static_cast<uint64_t>(after);
   return rc;

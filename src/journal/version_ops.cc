@@ -160,12 +160,14 @@ long long alignRepairCopies(F& f, int operation) {
     if (!namesOwnSlot(f, home.data(), h) || namesOwnSlot(f, copy.data(), h)) continue;
     // Rollback puts the copy's address on the track it is about to
     // overwrite, commit the track's address on the copy it is about to cut.
+    // The whole slot is written, so that a write cut short still carries
+    // the whole new address at its start.
     if (operation == kVersionRollback) {
       std::memcpy(home.data(), copy.data(), kHomeAddressSize);
-      if (!journal_io::writeAt(f.fileDescriptor, home.data(), kHomeAddressSize, h)) return kVersionOperationFailed;
+      if (!journal_io::writeAt(f.fileDescriptor, home.data(), slot, h)) return kVersionOperationFailed;
     } else {
       std::memcpy(copy.data(), home.data(), kHomeAddressSize);
-      if (!journal_io::writeAt(f.fileDescriptor, copy.data(), kHomeAddressSize, static_cast<uint64_t>(p))) return kVersionOperationFailed;
+      if (!journal_io::writeAt(f.fileDescriptor, copy.data(), slot, static_cast<uint64_t>(p))) return kVersionOperationFailed;
     }
     ++aligned;
   }
@@ -211,7 +213,12 @@ long long runVersionOperation(F& f, int operation, const char* command, long lon
     record.version = static_cast<uint16_t>(f.activeVersion);
     const long long length = journal_io::fileLength(fd);
     record.startEnd = record.keepEnd = record.copyEnd = record.journalEnd = static_cast<uint64_t>(length < 0 ? 0 : length);
-    if (putJournalRecord(fd, record, intent, error) != 0) return kVersionOperationFailed;
+    if (putJournalRecord(fd, record, intent, error) != 0) {
+      // The record may stand although its sync failed: take it back.
+      std::string ignored;
+      underWay = clearJournalRecord(fd, record.sequence, ignored) != 0;
+      return kVersionOperationFailed;
+    }
   } else {
     underWay = true;
     // The same operation was interrupted: whatever it processed is cut off.

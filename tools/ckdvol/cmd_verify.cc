@@ -354,6 +354,12 @@ int runVerify(const VerifyOptions& o) {
     return fail(path, "no track was repaired: the file's length disagrees with its header, and a repair under a "
                       "version needs the whole volume; nothing was changed");
   }
+  if (byCode.count(kUnreadable) != 0) {
+    // A read error is not damage to mend: what the track holds is unknown.
+    finish(kExitFindings);
+    return fail(path, "no track was repaired: " + count(byCode[kUnreadable], "track") +
+                          " could not be read (see above); nothing was changed");
+  }
   if (!o.yes) {
     if (!stdinIsTerminal()) {
       finish(kExitFindings);

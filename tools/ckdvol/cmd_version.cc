@@ -25,6 +25,7 @@
 #include "command.h"
 #include "common/byte_order.h"
 #include "journal/change_journal.h"
+#include "journaled_change.h"
 #include "open_failure.h"
 #include "tool_util.h"
 
@@ -239,24 +240,6 @@ int openForUpdate(F& f, VolumeLock& lock, const std::string& path) {
   return kExitOk;
 }
 
-// Forces the header just written to disk and closes the volume. 0, or
-// kExitFailure after a message: `done` says what was written, and that
-// whether it lasts is not known.
-int syncAndClose(F& f, const std::string& path, const std::string& done) {
-  if (::fdatasync(f.fileDescriptor) != 0) {
-    const int err = errno;
-    f.close();
-    return fail(path, done + ", but forcing the header to disk failed (" + std::strerror(err) +
-                          "): whether it survives a crash is not known; 'ckdvol version status " + path +
-                          "' shows what it says now");
-  }
-  errno = 0;
-  if (f.close() != 0) {
-    return fail(path, done + ", but closing the volume failed (" + std::strerror(errno) + ")");
-  }
-  return kExitOk;
-}
-
 int runStatus(const std::string& path, bool json) {
   VolumeLock lock;
   if (int status = lock.acquire(path, false)) return status;
@@ -331,29 +314,36 @@ int runEnable(const std::string& path) {
   F f;
   if (int status = openForUpdate(f, lock, path)) return status;
   const int active = f.activeVersion;
-  switch (const int rc = f.enableVersion()) {
-    case ckdvol::kEnableOk:
-      if (int status = syncAndClose(f, path, "version " + std::to_string(f.latestVersion) + " was enabled")) {
-        return status;
-      }
-      std::printf("%s: version %d enabled; it takes effect at the next read-write open of the volume\n",
-                  path.c_str(), f.latestVersion);
-      if (active == 0) {
-        std::printf("  (versioning is off until then: changes made before it are not saved)\n");
-      } else {
-        std::printf("  (version %d stays active until then)\n", active);
-      }
-      return kExitOk;
-    case ckdvol::kEnablePending:
-      return fail(path, "version " + std::to_string(f.latestVersion) +
-                            " is already enabled and waits for the next read-write open");
-    case ckdvol::kEnableHeaderRead:
-      return fail(path, "cannot read the volume header, or it is no longer a usable volume");
-    case ckdvol::kEnableHeaderWrite:
-      return fail(path, "cannot write the volume header: " + std::string(std::strerror(errno)));
-    default:
-      return fail(path, "enabling a version failed with result " + std::to_string(rc));
+  // The header change goes through the change journal: a failed write or
+  // sync takes it back, a kill leaves it for 'ckdvol recover'.
+  int rc = 0;
+  const int status = journaledChange(f, path, "enable", {}, [&]() -> std::string {
+    rc = f.enableVersion();
+    switch (rc) {
+      case ckdvol::kEnableOk:
+        return std::string();
+      case ckdvol::kEnablePending:
+        return "version " + std::to_string(f.latestVersion) + " is already enabled and waits for the next read-write open";
+      case ckdvol::kEnableHeaderRead:
+        return "cannot read the volume header, or it is no longer a usable volume";
+      case ckdvol::kEnableHeaderWrite:
+        return "cannot write the volume header: " + std::string(std::strerror(errno));
+      default:
+        return "enabling a version failed with result " + std::to_string(rc);
+    }
+  }, true);
+  if (status != kExitOk) return status;
+  const int enabled = f.latestVersion;
+  errno = 0;
+  if (f.close() != 0) return fail(path, std::string("version enabled, but closing the volume failed: ") + std::strerror(errno));
+  std::printf("%s: version %d enabled; it takes effect at the next read-write open of the volume\n", path.c_str(),
+              enabled);
+  if (active == 0) {
+    std::printf("  (versioning is off until then: changes made before it are not saved)\n");
+  } else {
+    std::printf("  (version %d stays active until then)\n", active);
   }
+  return kExitOk;
 }
 
 // Takes back a version that was enabled but never became active: the
@@ -375,13 +365,23 @@ int cancelPending(const std::string& path, int active, int pending) {
   } else {
     ckdvol::storeLe16(h + ckdvol::kHdrLatestVersion, static_cast<uint16_t>(active));
     if (active == 0) std::memset(h + ckdvol::kHdrVersionMarker, 0, ckdvol::kVersionMarkerLength);
+    unsigned char before[ckdvol::kHeaderSize];
+    std::memcpy(before, h, sizeof h);
+    ckdvol::storeLe16(before + ckdvol::kHdrLatestVersion, static_cast<uint16_t>(pending));
+    if (active == 0) std::memcpy(before + ckdvol::kHdrVersionMarker, ckdvol::kVersionMarker, ckdvol::kVersionMarkerLength);
     errno = 0;
-    if (::pwrite(fd, h, sizeof h, 0) != static_cast<ssize_t>(sizeof h)) {
-      failure = std::string("cannot write the volume header (") + (errno != 0 ? std::strerror(errno) : "short write") +
-                "); it may be half written: 'ckdvol version status " + path + "' shows what it says";
-    } else if (::fdatasync(fd) != 0) {
-      failure = "version " + std::to_string(pending) + " was disabled, but forcing the header to disk failed (" +
-                std::strerror(errno) + "): whether it survives a crash is not known";
+    const bool written = ::pwrite(fd, h, sizeof h, 0) == static_cast<ssize_t>(sizeof h);
+    const int err = errno;
+    if (!written || ::fdatasync(fd) != 0) {
+      const int why = written ? errno : err;
+      // The header goes back to what it said (a write cut short may have
+      // changed part of it), forced to disk.
+      const bool restored = ::pwrite(fd, before, sizeof before, 0) == static_cast<ssize_t>(sizeof before) &&
+                            ::fdatasync(fd) == 0;
+      failure = std::string(written ? "cannot force the volume header to disk (" : "cannot write the volume header (") +
+                (why != 0 ? std::strerror(why) : "short write") + ")" +
+                (restored ? "; nothing was changed"
+                          : "; putting the former header back failed too: 'ckdvol version status " + path + "' shows what it says");
     }
   }
   if (::close(fd) != 0 && failure.empty()) failure = std::string("closing the volume failed: ") + std::strerror(errno);
@@ -429,35 +429,38 @@ int runDisable(const std::string& path) {
   const int active = f.activeVersion;
   int version = 0, copies = 0;
   const int q = f.queryVersion(version, copies);
-  switch (const int rc = f.disableVersion()) {
-    case ckdvol::kDisableOk: {
-      const int now = f.activeVersion;  // close() forgets it
-      if (int status = syncAndClose(f, path, "version " + std::to_string(active) + " was disabled")) return status;
-      if (now == 0) {
-        std::printf("%s: version %d disabled; versioning is now off\n", path.c_str(), active);
-      } else {
-        std::printf("%s: version %d disabled; version %d is active again\n", path.c_str(), active, now);
-      }
-      return kExitOk;
-    }
-    case ckdvol::kDisableBusy:
-      if (q >= 0 && copies > 0) {
-        return fail(path, "version " + std::to_string(active) + " still has " + copiesText(copies) +
-                              "; commit or roll it back first");
-      }
-      return fail(path, "version " + std::to_string(f.latestVersion) +
-                            " is enabled but not yet active; open the volume read-write first");
-    case ckdvol::kDisableNotActive:
-      if (active == 0) {
-        std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
-        return kExitOk;
-      }
-      return fail(path, "cannot write the volume header: " + std::string(std::strerror(errno)));
-    case ckdvol::kDisableHeaderRead:
-      return fail(path, "cannot read the volume header, or it is no longer a usable volume");
-    default:
-      return fail(path, queryFailure(rc));
+  if (active == 0) {
+    std::printf("%s: versioning is not active: nothing to disable\n", path.c_str());
+    return kExitOk;
   }
+  const int status = journaledChange(f, path, "disable", {}, [&]() -> std::string {
+    switch (const int r = f.disableVersion()) {
+      case ckdvol::kDisableOk:
+        return std::string();
+      case ckdvol::kDisableBusy:
+        if (q >= 0 && copies > 0) {
+          return "version " + std::to_string(active) + " still has " + copiesText(copies) +
+                 "; commit or roll it back first";
+        }
+        return "version " + std::to_string(f.latestVersion) + " is enabled but not yet active; open the volume read-write first";
+      case ckdvol::kDisableNotActive:
+        return "cannot write the volume header: " + std::string(std::strerror(errno));
+      case ckdvol::kDisableHeaderRead:
+        return "cannot read the volume header, or it is no longer a usable volume";
+      default:
+        return queryFailure(r);
+    }
+  }, true);
+  if (status != kExitOk) return status;
+  const int now = f.activeVersion;  // close() forgets it
+  errno = 0;
+  if (f.close() != 0) return fail(path, std::string("version disabled, but closing the volume failed: ") + std::strerror(errno));
+  if (now == 0) {
+    std::printf("%s: version %d disabled; versioning is now off\n", path.c_str(), active);
+  } else {
+    std::printf("%s: version %d disabled; version %d is active again\n", path.c_str(), active, now);
+  }
+  return kExitOk;
 }
 
 std::string doVersionFailure(const F& f, int rc) {

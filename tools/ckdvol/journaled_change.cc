@@ -7,10 +7,11 @@
 namespace ckdvol_tool {
 
 int journaledChange(EmulatedCKDfile& file, const std::string& path, const char* command,
-                    const std::vector<uint64_t>& slots, const std::function<std::string()>& body) {
+                    const std::vector<uint64_t>& slots, const std::function<std::string()>& body,
+                    bool header) {
   ckdvol::ChangeJournal journal(file, command);
   std::string cause;
-  if (journal.begin(slots) != 0) {
+  if ((header && journal.saveHeaderVersions() != 0) || journal.begin(slots) != 0) {
     cause = "cannot save the former tracks: " + journal.error();
   } else {
     cause = body();

@@ -15,11 +15,13 @@
 
 namespace ckdvol_tool {
 
-// Saves the slots at `slots`, runs `body` (which writes exactly those slots
-// and returns an empty string, or what failed), and finishes the change.
-// kExitOk, or kExitFailure after the message.
+// Saves the slots at `slots` (and with `header` the header's versioning
+// fields), runs `body` (which writes exactly those and returns an empty
+// string, or what failed), and finishes the change. kExitOk, or
+// kExitFailure after the message.
 int journaledChange(EmulatedCKDfile& file, const std::string& path, const char* command,
-                    const std::vector<uint64_t>& slots, const std::function<std::string()>& body);
+                    const std::vector<uint64_t>& slots, const std::function<std::string()>& body,
+                    bool header = false);
 
 }  // namespace ckdvol_tool
 

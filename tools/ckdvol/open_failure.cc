@@ -163,7 +163,17 @@ std::string unfinishedCreationCause(const std::string& path, const unsigned char
          "--force " + path + " " + args + "' replaces it, 'ckdvol recover " + path + "' removes it";
 }
 
+namespace {
+std::string openFailureText(const std::string& path, int rc, int savedErrno, const char* errorText);
+}  // namespace
+
 std::string openFailureCause(const std::string& path, int rc, int savedErrno, const char* errorText) {
+  std::string cause = openFailureText(path, rc, savedErrno, errorText);
+  return gChangingVolume ? cause + "; nothing was changed" : cause;
+}
+
+namespace {
+std::string openFailureText(const std::string& path, int rc, int savedErrno, const char* errorText) {
   struct stat st;
   if (::stat(path.c_str(), &st) != 0) {
     const int err = errno;
@@ -239,6 +249,8 @@ std::string openFailureCause(const std::string& path, int rc, int savedErrno, co
   }
 }
 
+}  // namespace
+
 SizeCheck checkFileSize(const unsigned char* h, long long size) {
   SizeCheck c;
   c.fileSize = size;
@@ -272,6 +284,7 @@ SizeCheck checkFileSize(const unsigned char* h, long long size) {
   c.finding = text;
   return c;
 }
+
 
 int openFailed(const std::string& path, int rc, int savedErrno, const char* errorText) {
   return fail(path, openFailureCause(path, rc, savedErrno, errorText));

@@ -106,7 +106,10 @@ VolumeLock::~VolumeLock() {
   if (fd_ >= 0) ::close(fd_);  // closing the descriptor releases the lock
 }
 
+bool gChangingVolume = false;
+
 int VolumeLock::acquire(const std::string& path, bool exclusive, bool recovering) {
+  if (exclusive) gChangingVolume = true;
   if (fd_ >= 0) return kExitOk;
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return kExitOk;

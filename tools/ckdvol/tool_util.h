@@ -55,6 +55,10 @@ class StdoutSilencer {
 // object. Commands that change a volume take it exclusive; read-only
 // commands take it shared, so they wait for no one but a writer. The library
 // itself takes no locks: this only keeps two ckdvol runs apart.
+// Set once a command takes a volume's exclusive lock, i.e. means to change
+// it: a failure to open the volume then also says that nothing was changed.
+extern bool gChangingVolume;
+
 class VolumeLock {
  public:
   VolumeLock() = default;
