@@ -190,10 +190,16 @@ std::string memberFailure(const OpenPds& p, const std::string& dsn, const std::s
       return "member " + member + " has " + std::to_string(pds.records.count) + " records but " +
              std::to_string(pds.newRecords.count) + " were given; nothing changed";
     case Bpam::kReplaceBlockWrite:
-      return "a block of member " + member +
-             " could not be rewritten (the blocks before it are changed)";
+      return "a block of member " + member + " could not be rewritten";
     case Bpam::kReplaceTrackWrite:
-      return "the last track of member " + member + " could not be written back";
+      // The write-back that failed is the one of the track still held: a
+      // failure on the way to the next track ends the walk there.
+      if (p.file.currentCyl != 0xFFFFFFFFu) {
+        return "the track at cylinder " + std::to_string(p.file.currentCyl) + " head " +
+               std::to_string(p.file.currentHead) + " of member " + member + " could not be written" +
+               (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string());
+      }
+      return "a track of member " + member + " could not be written";
     default:
       return "member " + member + ": result " + std::to_string(rc);
   }
