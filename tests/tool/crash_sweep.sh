@@ -78,6 +78,8 @@ sweep() {
         *) [ "$st" -eq 1 ] || [ "$st" -eq "$ok" ] || why+=" exit status $st;" ;;
       esac
       [ "$st" -eq 1 ] && grep -qE "nothing was (changed|created)" err && [ "$pre" != before ] && why+=" said nothing was changed;"
+      # A failure says which: undone at once, or left for recover.
+      [ "$st" -eq 1 ] && ! grep -qE "nothing was (changed|created)|ckdvol recover" err && why+=" exit 1 says neither;"
       [ "$st" -eq "$ok" ] && [ "$post" != after ] && why+=" reported success;"
       [ "$rst" = - ] || [ "$rst" -eq 0 ] || why+=" recover exit $rst: $(head -1 rerr);"
       case $post in before | after) ;; *) why+=" volume $post;" ;; esac

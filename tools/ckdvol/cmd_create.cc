@@ -171,7 +171,7 @@ std::string createFailure(int rc, int savedErrno) {
   switch (rc) {
     case F::kCreateIo:
       if (savedErrno == EEXIST) return "the file already exists; it was not changed";
-      return "cannot create the volume file: " + systemCause(savedErrno, "header not written");
+      return "cannot create the volume file: " + systemCause(savedErrno, "header not written") + "; nothing was created";
     case F::kCreateBadType:
       return "unknown device type";
     case F::kCreateZeroCylinders:

@@ -91,7 +91,7 @@ std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn
     ckdvol::VtocInfo info;
     std::string error;
     if (ckdvol::scanVtoc(p->file, info, error) != ckdvol::kScanOk) {
-      status = fail(path, "cannot read the volume label or the VTOC: " + error);
+      status = fail(path, "cannot read the volume label or the VTOC: " + error + (readOnly ? "" : "; nothing was changed"));
       return nullptr;
     }
     std::fprintf(stderr,
@@ -143,7 +143,7 @@ std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn
     default:
       cause = "data set " + dsn + " cannot be opened (result " + std::to_string(rc) + ")";
   }
-  status = fail(path, cause);
+  status = fail(path, readOnly ? cause : cause + "; nothing was changed");
   return nullptr;
 }
 
@@ -285,7 +285,9 @@ int runReplace(const std::string& path, const std::string& dsn, const std::strin
   if (!p) return status;
   Bpam& pds = *p->pds;
   int rc = pds.readMember(member.c_str());
-  if (rc != Bpam::kReadOk) return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc));
+  if (rc != Bpam::kReadOk) {
+    return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc) + "; nothing was changed");
+  }
   const int lrecl = pds.recordLength;
   const int count = pds.records.count;
 
