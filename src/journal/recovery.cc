@@ -89,6 +89,11 @@ int recoverChange(int fd, unsigned int slot, const JournalRecord& r, RecoveryRep
     report.found = what + " interrupted while saving the former images; no track had been written";
     report.action = "undone";
     report.copiesDropped = copies;
+  } else if (r.state == JournalState::kSealed && static_cast<uint64_t>(length) <= r.startEnd) {
+    // The copies are cut off only after every track has its former image
+    // back and that is on disk: an undo was interrupted after that.
+    report.found = what + " whose undo was interrupted after its tracks were written back";
+    report.action = "undone";
   } else if (r.state == JournalState::kSealed) {
     std::vector<JournalEntry> entries;
     if (static_cast<uint64_t>(length) < r.journalEnd) {

@@ -87,6 +87,24 @@ sweep() {
     done
   done
   [[ $seen == *" before "* && $seen == *" after "* ]] || fail "$name: no trial ended before, or none after (saw:$seen)"
+  # Recovery interrupted too: the command killed half way, then recover
+  # stopped or failed at each of its own calls, then recover again.
+  restore && inject kill $(((writes + 1) / 2)) write,trunc,sync "$@"
+  [ -e v.ckd ] || return 0
+  cp v.ckd mid.ckd
+  inject none 0 write,trunc,sync recover v.ckd
+  calls=$(cat count)
+  for mode in kill torn eio; do
+    for n in $(numbers "$calls"); do
+      cp mid.ckd v.ckd
+      inject "$mode" "$n" write,trunc,sync recover v.ckd
+      trials=$((trials + 1)) rst=0
+      [ ! -e v.ckd ] || "$TOOL" recover v.ckd >rout 2>rerr </dev/null || rst=$?
+      post=$(state)
+      case $post in before | after) [ "$rst" -eq 0 ] && continue ;; esac
+      fail "$name, recover under $mode at N=$n of $calls: recover then exit $rst, volume $post: $(head -1 rerr)"
+    done
+  done
 }
 
 # The injector itself, on coreutils: shred makes three passes over a file,
