@@ -42,18 +42,7 @@ std::string typeText(uint32_t type, unsigned model) {
 std::string fieldText(const unsigned char* p, int length) {
   bool zero = true;
   for (int i = 0; i < length; ++i) zero = zero && p[i] == 0;
-  if (zero) return "";
-  std::string s;
-  for (int i = 0; i < length; ++i) {
-    if (p[i] >= 0x20 && p[i] < 0x7F) {
-      s += static_cast<char>(p[i]);
-    } else {
-      char esc[8];
-      std::snprintf(esc, sizeof esc, "\\x%02X", p[i]);
-      s += esc;
-    }
-  }
-  return s;
+  return zero ? "" : escapedText(p, length);
 }
 
 int runInfo(const std::string& path, bool json) {

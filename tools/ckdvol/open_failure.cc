@@ -55,22 +55,6 @@ long long describedLength(unsigned long long tracks, unsigned slot) {
   return bytes;
 }
 
-// The 8 magic bytes as they would be read: printable ASCII as it is, every
-// other byte as \xNN.
-std::string magicText(const unsigned char* p) {
-  std::string s;
-  for (int i = 0; i < ckdvol::kMagicLength; ++i) {
-    if (p[i] >= 0x20 && p[i] < 0x7F) {
-      s += static_cast<char>(p[i]);
-    } else {
-      char esc[8];
-      std::snprintf(esc, sizeof esc, "\\x%02X", p[i]);
-      s += esc;
-    }
-  }
-  return s;
-}
-
 bool looksLikeText(const unsigned char* p, size_t n) {
   if (n == 0) return false;
   for (size_t i = 0; i < n; ++i) {
@@ -215,7 +199,7 @@ std::string openFailureText(const std::string& path, int rc, int savedErrno, con
   const bool ready = std::memcmp(h, ckdvol::kMagicReady, ckdvol::kMagicLength) == 0;
   if (!ready && looksLikeText(h, static_cast<size_t>(got))) return "a text file, not a volume";
   if (!ready) {
-    return "not a volume: a volume file begins with \"CKD_XVOL\", this one with \"" + magicText(h) + "\"";
+    return "not a volume: a volume file begins with \"CKD_XVOL\", this one with \"" + escapedText(h, ckdvol::kMagicLength) + "\"";
   }
   switch (rc) {
     case F::kOpenLevel2:

@@ -108,6 +108,20 @@ VolumeLock::~VolumeLock() {
 
 bool gChangingVolume = false;
 
+std::string escapedText(const unsigned char* p, int length) {
+  std::string s;
+  for (int i = 0; i < length; ++i) {
+    if (p[i] >= 0x20 && p[i] < 0x7F) {
+      s += static_cast<char>(p[i]);
+    } else {
+      char esc[8];
+      std::snprintf(esc, sizeof esc, "\\x%02X", p[i]);
+      s += esc;
+    }
+  }
+  return s;
+}
+
 int VolumeLock::acquire(const std::string& path, bool exclusive, bool recovering) {
   if (exclusive) gChangingVolume = true;
   if (fd_ >= 0) return kExitOk;

@@ -7,6 +7,10 @@
 
 namespace ckdvol_tool {
 
+// Bytes as they would be read: printable ASCII as it is, every other byte
+// as \xNN (header text fields, magics).
+std::string escapedText(const unsigned char* p, int length);
+
 // Writes "ckdvol: FILE: CAUSE" to standard error and returns kExitFailure.
 int fail(const std::string& file, const std::string& cause);
 // Writes "ckdvol: TEXT" to standard error and returns `status`.
