@@ -27,5 +27,6 @@
 #include "dataset/record_reader.h"
 #include "dataset/pds_directory.h"
 #include "journal/change_journal.h"
+#include "edit/staged_tracks.h"
 
 #endif  // CKDVOL_CKDVOL_H_

@@ -27,4 +27,8 @@ int journaledChange(EmulatedCKDfile& file, const std::string& path, const char* 
                         path + "'");
 }
 
+int journaledChange(ckdvol::StagedTracks& staged, const std::string& path, const char* command) {
+  return journaledChange(staged.file(), path, command, staged.slots(), [&staged]() { return staged.writeAll(); });
+}
+
 }  // namespace ckdvol_tool

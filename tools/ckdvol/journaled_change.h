@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ckdfile/emulated_ckd_file.h"
+#include "edit/staged_tracks.h"
 
 namespace ckdvol_tool {
 
@@ -22,6 +23,11 @@ namespace ckdvol_tool {
 int journaledChange(EmulatedCKDfile& file, const std::string& path, const char* command,
                     const std::vector<uint64_t>& slots, const std::function<std::string()>& body,
                     bool header = false);
+
+// Writes every track image staged in `staged` as one journaled change (its
+// slots saved, the images written, the change finished). kExitOk, or
+// kExitFailure after the message.
+int journaledChange(ckdvol::StagedTracks& staged, const std::string& path, const char* command);
 
 }  // namespace ckdvol_tool
 

@@ -1,0 +1,168 @@
+#include "edit/staged_tracks.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace ckdvol {
+
+namespace {
+
+constexpr uint32_t kHeaderBytes = 512;
+constexpr uint32_t kTrailerBytes = 16;
+constexpr uint32_t kMarkerBytes = 8;
+constexpr uint32_t kCountBytes = 8;
+constexpr uint32_t kHomeAddressBytes = 5;
+constexpr uint32_t kRecordZeroData = 8;
+
+}  // namespace
+
+StagedTracks::StagedTracks(EmulatedCKDfile& file)
+    : file_(file),
+      heads_(file.tracksPerCylinder),
+      slot_(file.trackSlotSize),
+      tracks_(static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(file.cylinders) * file.tracksPerCylinder,
+                                                       UINT32_MAX))),
+      scratch_(file.trackSlotSize) {}
+
+std::string StagedTracks::trackText(uint32_t track) const {
+  if (heads_ == 0) return "track " + std::to_string(track);
+  return "cylinder " + std::to_string(track / heads_) + " head " + std::to_string(track % heads_);
+}
+
+const unsigned char* StagedTracks::image(uint32_t track, std::string& error) {
+  auto it = staged_.find(track);
+  if (it != staged_.end()) return it->second.data();
+  if (track >= tracks_ || heads_ == 0) {
+    error = trackText(track) + " is not on the volume";
+    return nullptr;
+  }
+  const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(track) * slot_;
+  errno = 0;
+  if (file_.readRawTrack(offset, scratch_.data()) != EmulatedCKDfile::kTrackOk) {
+    error = "cannot read " + trackText(track) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    return nullptr;
+  }
+  return scratch_.data();
+}
+
+unsigned char* StagedTracks::stage(uint32_t track, std::string& error) {
+  auto it = staged_.find(track);
+  if (it != staged_.end()) return it->second.data();
+  const unsigned char* current = image(track, error);
+  if (current == nullptr) return nullptr;
+  std::vector<unsigned char>& copy = staged_[track];
+  copy.assign(current, current + slot_);
+  return copy.data();
+}
+
+bool StagedTracks::put(uint32_t track, const unsigned char* image, std::string& error) {
+  if (track >= tracks_ || heads_ == 0) {
+    error = trackText(track) + " is not on the volume";
+    return false;
+  }
+  staged_[track].assign(image, image + slot_);
+  return true;
+}
+
+std::vector<uint64_t> StagedTracks::slots() const {
+  std::vector<uint64_t> out;
+  out.reserve(staged_.size());
+  for (const auto& s : staged_) out.push_back(kHeaderBytes + static_cast<uint64_t>(s.first) * slot_);
+  return out;
+}
+
+std::string StagedTracks::writeAll() {
+  for (auto& s : staged_) {
+    const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(s.first) * slot_;
+    unsigned char* trailer = s.second.data() + slot_ - kTrailerBytes;
+    errno = 0;
+    const ssize_t n = ::pread(file_.fileDescriptor, trailer, kTrailerBytes,
+                              static_cast<off_t>(offset + slot_ - kTrailerBytes));
+    if (n != static_cast<ssize_t>(kTrailerBytes)) {
+      return "cannot read the trailer of " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    }
+    errno = 0;
+    if (file_.writeRawTrack(offset, s.second.data()) != EmulatedCKDfile::kTrackOk) {
+      return "cannot write " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    }
+  }
+  return std::string();
+}
+
+// ---- TrackBuilder ------------------------------------------------------------------
+
+TrackBuilder::TrackBuilder(EmulatedCKDfile& file, uint32_t cyl, uint32_t head)
+    : file_(file), cyl_(cyl), head_(head), image_(file.trackSlotSize, 0) {
+  unsigned char* p = image_.data();
+  file_.putHA(p, 0, cyl_, static_cast<unsigned short>(head_));
+  file_.putCount(p, static_cast<int>(cyl_), static_cast<unsigned short>(head_), 0, 0, kRecordZeroData);
+  p += kRecordZeroData;
+  end_ = static_cast<uint32_t>(p - image_.data());
+  last_ = 0;
+}
+
+bool TrackBuilder::keep(const unsigned char* image, uint8_t lastRecord) {
+  const uint32_t slot = file_.trackSlotSize;
+  const uint32_t limit = slot - kTrailerBytes - kMarkerBytes;  // the marker begins here at the latest
+  uint32_t at = kHomeAddressBytes;
+  int expected = 0;
+  while (true) {
+    if (at + kCountBytes > limit) return false;
+    const unsigned char* c = image + at;
+    if (std::all_of(c, c + kCountBytes, [](unsigned char b) { return b == 0xFF; })) return false;
+    const int record = c[4];
+    const uint32_t next = at + kCountBytes + c[5] + ((static_cast<uint32_t>(c[6]) << 8) | c[7]);
+    if (record != expected || next > limit) return false;
+    if (record == lastRecord) {
+      std::memset(image_.data(), 0, slot);
+      std::memcpy(image_.data(), image, next);
+      end_ = next;
+      last_ = lastRecord;
+      return true;
+    }
+    at = next;
+    ++expected;
+  }
+}
+
+bool TrackBuilder::fits(uint32_t keyLength, uint32_t dataLength) const {
+  if (last_ == 255 || keyLength > 255 || dataLength > 0xFFFF || dataLength > file_.trackCapacity) return false;
+  const uint64_t markerAt = static_cast<uint64_t>(end_) + kCountBytes + keyLength + dataLength;
+  return markerAt <= static_cast<uint64_t>(file_.trackSlotSize) - kTrailerBytes - kMarkerBytes;
+}
+
+uint32_t TrackBuilder::balance(uint32_t keyLength) const {
+  const uint64_t limit = static_cast<uint64_t>(file_.trackSlotSize) - kTrailerBytes - kMarkerBytes;
+  const uint64_t used = static_cast<uint64_t>(end_) + kCountBytes + keyLength;
+  if (last_ == 255 || keyLength > 255 || used > limit) return 0;
+  return static_cast<uint32_t>(std::min<uint64_t>({limit - used, file_.trackCapacity, 0xFFFF}));
+}
+
+uint8_t TrackBuilder::add(const unsigned char* key, uint32_t keyLength, const unsigned char* data,
+                          uint32_t dataLength) {
+  unsigned char* p = image_.data() + end_;
+  const uint8_t record = static_cast<uint8_t>(last_ + 1);
+  file_.putCount(p, static_cast<int>(cyl_), static_cast<unsigned short>(head_), record,
+                 static_cast<unsigned char>(keyLength), static_cast<unsigned short>(dataLength));
+  if (keyLength > 0) std::memcpy(p, key, keyLength);
+  p += keyLength;
+  if (dataLength > 0 && data != nullptr) std::memcpy(p, data, dataLength);
+  if (dataLength > 0 && data == nullptr) std::memset(p, 0, dataLength);
+  p += dataLength;
+  end_ = static_cast<uint32_t>(p - image_.data());
+  last_ = record;
+  return record;
+}
+
+const std::vector<unsigned char>& TrackBuilder::image() {
+  const uint32_t slot = file_.trackSlotSize;
+  std::memset(image_.data() + end_, 0xFF, kMarkerBytes);
+  std::memset(image_.data() + end_ + kMarkerBytes, 0, slot - end_ - kMarkerBytes);
+  return image_;
+}
+
+}  // namespace ckdvol
