@@ -59,6 +59,27 @@ unsigned char* StagedTracks::stage(uint32_t track, std::string& error) {
   return copy.data();
 }
 
+unsigned char* StagedTracks::stageRecord(uint32_t track, uint8_t record, uint32_t& keyLength,
+                                         uint32_t& dataLength, std::string& error) {
+  unsigned char* image = stage(track, error);
+  if (image == nullptr) return nullptr;
+  const uint32_t limit = slot_ - kTrailerBytes - kMarkerBytes;
+  for (uint32_t at = kHomeAddressBytes; at + kCountBytes <= limit;) {
+    const unsigned char* c = image + at;
+    if (std::all_of(c, c + kCountBytes, [](unsigned char b) { return b == 0xFF; })) break;
+    const uint32_t kl = c[5], dl = (static_cast<uint32_t>(c[6]) << 8) | c[7];
+    if (at + kCountBytes + kl + dl > limit) break;
+    if (c[4] == record) {
+      keyLength = kl;
+      dataLength = dl;
+      return image + at + kCountBytes;
+    }
+    at += kCountBytes + kl + dl;
+  }
+  error = "record " + std::to_string(record) + " is not on " + trackText(track);
+  return nullptr;
+}
+
 bool StagedTracks::put(uint32_t track, const unsigned char* image, std::string& error) {
   if (track >= tracks_ || heads_ == 0) {
     error = trackText(track) + " is not on the volume";

@@ -54,6 +54,13 @@ class CKDVOL_EXPORT StagedTracks {
   // False with `error` when the track is off the volume.
   bool put(uint32_t track, const unsigned char* image, std::string& error);
 
+  // Record number `record` of `track`, staged for a change in place of its
+  // key and data (same lengths): the pointer to its key (its data when the
+  // key length is 0), with the lengths in `keyLength` and `dataLength`. Null
+  // with `error` when the track cannot be read or the record is not on it.
+  unsigned char* stageRecord(uint32_t track, uint8_t record, uint32_t& keyLength, uint32_t& dataLength,
+                             std::string& error);
+
   bool staged(uint32_t track) const { return staged_.count(track) != 0; }
   size_t size() const { return staged_.size(); }
   // File offsets of the staged slots, in track order.

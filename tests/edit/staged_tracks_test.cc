@@ -118,3 +118,26 @@ TEST(StagedTracksTest, ReadsThroughStagingAndKeepsTheSlotsTrailer) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(StagedTracksTest, StageRecordFindsARecordByNumber) {
+  OpenD600 v;
+  TrackBuilder b(v.file, 0, 4);
+  const Bytes key = hex("C1C1C1C1");
+  b.add(nullptr, 0, nullptr, 10);
+  b.add(key.data(), 4, nullptr, 96);
+  StagedTracks staged(v.file);
+  std::string error;
+  ASSERT_TRUE(staged.put(4, b.image().data(), error));
+  uint32_t kl = 0, dl = 0;
+  unsigned char* r2 = staged.stageRecord(4, 2, kl, dl, error);
+  ASSERT_NE(r2, nullptr) << error;
+  EXPECT_EQ(kl, 4u);
+  EXPECT_EQ(dl, 96u);
+  EXPECT_EQ(r2 - staged.image(4, error), 21 + 18 + 8) << "behind record 1 and record 2's count field";
+  EXPECT_EQ(staged.stageRecord(4, 3, kl, dl, error), nullptr);
+  EXPECT_NE(error.find("record 3 is not on cylinder 0 head 4"), std::string::npos) << error;
+}
+
+}  // namespace
