@@ -28,5 +28,8 @@
 #include "dataset/pds_directory.h"
 #include "journal/change_journal.h"
 #include "edit/staged_tracks.h"
+#include "edit/data_writer.h"
+#include "edit/pds_edit.h"
+#include "edit/statistics.h"
 
 #endif  // CKDVOL_CKDVOL_H_
