@@ -459,16 +459,19 @@ void datasetSeeds() {
 
 void recoverSeeds() {
   using F = EmulatedCKDfile;
-  for (int stop = 0; stop < 4; ++stop) {  // sealed, done, commit, a torn copy
+  // sealed, done, commit, a torn copy, sealed over an empty track (its index
+  // entry stands for a copy that was never made)
+  for (int stop = 0; stop < 5; ++stop) {
     TestVolume vol(F::D100, 1);
     F& f = vol.file();
-    if (stop >= 2) {
+    if (stop == 2 || stop == 3) {
       f.enableVersion();
       vol.reopen(false);
     }
     const uint64_t home = static_cast<uint64_t>(f.getOffset(0, 3, 0, true));
     std::string error;
-    if (stop <= 1) {
+    if (stop <= 1 || stop == 4) {
+      if (stop == 4 && f.formatTrack(0, 3, 0) != F::kFormatOk) throw std::runtime_error("format track 0/3");
       ckdvol::ChangeJournal journal(f, "seed");
       if (journal.begin({home, home + f.trackSlotSize}) != 0) throw std::runtime_error(journal.error());
       if (stop == 1) {

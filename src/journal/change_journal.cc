@@ -95,9 +95,12 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
                 " bytes) does not end on a whole slot behind the tracks");
   }
   // Each slot once, checked, classified: under an active version a track
-  // whose image carries an older version gets a saved copy that stays.
+  // whose image carries an older version gets a saved copy that stays; of
+  // the others, a track that holds just the empty formatted track of its
+  // address gets no copy at all.
   std::set<uint64_t> seen;
-  std::vector<Entry> keep, drop;
+  std::vector<Entry> keep, drop, elided;
+  std::vector<unsigned char> image(slot), empty(slot);
   for (uint64_t home : slots) {
     if (!seen.insert(home).second) continue;
     if (home < static_cast<uint64_t>(kHeaderSize) || home + slot > static_cast<uint64_t>(dataEnd) ||
@@ -121,16 +124,36 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
                   (link - dataEnd) % slot != 0 || !readAt(fd, t, kTrailerSize, link + slot - kTrailerSize) ||
                   !trailerHasMarker(t) || trailerLink(t) != home;
     }
-    (needsCopy ? keep : drop).push_back(e);
+    if (needsCopy) {
+      keep.push_back(e);
+      continue;
+    }
+    // The first bytes decide cheaply; only a track that begins like an
+    // empty one is read whole and compared byte for byte.
+    constexpr size_t kPrefix = kEmptyTrackEndMarker + kEndMarkerSize;
+    if (emptyTrackImage(file_, home, empty.data())) {
+      if (!readAt(fd, image.data(), kPrefix, home)) {
+        return fail("cannot read the track slot at file offset " + std::to_string(home));
+      }
+      if (std::memcmp(image.data(), empty.data(), kPrefix) == 0) {
+        if (!readAt(fd, image.data(), slot, home)) {
+          return fail("cannot read the track slot at file offset " + std::to_string(home));
+        }
+        e.empty = std::memcmp(image.data(), empty.data(), slot - kTrailerSize) == 0;
+      }
+    }
+    (e.empty ? elided : drop).push_back(e);
   }
   homes_ = keep;
   homes_.insert(homes_.end(), drop.begin(), drop.end());
+  homes_.insert(homes_.end(), elided.begin(), elided.end());
   const uint64_t keepCount = keep.size();
+  const uint64_t copies = keep.size() + drop.size();
 
   const uint64_t start = static_cast<uint64_t>(length);
   const uint64_t count = homes_.size();
   const uint64_t indexSlots = (count + kIndexEntriesPer(slot) - 1) / kIndexEntriesPer(slot);
-  uint64_t total = count + indexSlots;
+  uint64_t total = copies + indexSlots;
   // A file of whole cylinders would open as a larger volume in programs that
   // take the cylinder count from the length: a pad slot prevents that.
   const uint64_t slotsAfter = (start - kHeaderSize) / slot + total;
@@ -138,16 +161,15 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
   record_.version = static_cast<uint16_t>(file_.activeVersion > 0 ? file_.activeVersion : 0);
   record_.startEnd = start;
   record_.keepEnd = start + keep.size() * slot;
-  record_.copyEnd = start + count * slot;
+  record_.copyEnd = start + copies * slot;
   record_.journalEnd = start + total * slot;
   record_.sequence = std::max(old.sequence, record_.sequence);
   begun_ = true;
   if (writeRecord(JournalState::kOpen) != 0) return -1;
 
-  std::vector<unsigned char> image(slot);
   errno = 0;
   if (!cut(fd, record_.journalEnd)) return fail("cannot extend the file for the saved copies");
-  for (uint64_t i = 0; i < count; ++i) {
+  for (uint64_t i = 0; i < copies; ++i) {
     const Entry& e = homes_[i];
     if (!readAt(fd, image.data(), slot, e.home)) {
       return fail("cannot read the track slot at file offset " + std::to_string(e.home));
@@ -218,7 +240,7 @@ int ChangeJournal::undo() {
   file_.trackDirty = 0;
   forgetCurrentTrack(file_);
   if (sealed_) {
-    if (restoreFromJournal(fd, file_.trackSlotSize, record_.startEnd, homes_, error_) != 0) return -1;
+    if (restoreFromJournal(fd, file_.trackSlotSize, &file_, record_.startEnd, homes_, error_) != 0) return -1;
   }
   if (!cut(fd, record_.startEnd)) return fail("cannot cut the saved copies off");
   if (!sync(fd)) return fail("cannot force the undone change to disk");

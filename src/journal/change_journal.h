@@ -6,7 +6,10 @@
 // saved-copy format versioning uses: the whole slot, trailer "VER0", the
 // version the image carried, and a link to its home slot. An index behind
 // the copies keeps each home slot's offset and its exact former trailer, so
-// an undo gives back every byte. The state of the change lives in a small
+// an undo gives back every byte. A track that held nothing but the empty
+// formatted track of its address gets no copy (loading new data onto free
+// tracks then writes each track once, not twice): its index entry says so,
+// and an undo makes that image again and puts its former trailer back. The state of the change lives in a small
 // record in the volume header's reserved bytes (384..511), written twice
 // over (two 64-byte places, a sequence number and a CRC each), so a torn
 // write of one place leaves the other one standing:
@@ -25,6 +28,8 @@
 // copy. Those copies come first and stay behind when the change is done; the
 // track is stamped with the active version and linked to it before the
 // caller writes it, so the library's own write path makes no further copy.
+// Such a copy is always a whole copy, even of an empty track: the version
+// needs the saved image itself.
 #ifndef CKDVOL_JOURNAL_CHANGE_JOURNAL_H_
 #define CKDVOL_JOURNAL_CHANGE_JOURNAL_H_
 
@@ -78,10 +83,12 @@ struct CKDVOL_EXPORT JournalRecord {
 // error (errno set).
 CKDVOL_EXPORT bool readJournalRecord(int fd, JournalRecord& record, bool& present);
 
-// One saved track: its home slot's offset and the trailer it had.
+// One saved track: its home slot's offset and the trailer it had; `empty`
+// when it held the empty formatted track of its address (no saved copy).
 struct JournalEntry {
-  uint64_t home;
-  unsigned char trailer[16];
+  uint64_t home = 0;
+  unsigned char trailer[16] = {};
+  bool empty = false;
 };
 
 // Makes each change of a volume complete or undone. The file must be open

@@ -58,14 +58,22 @@ int removeUnfinished(const std::string& path, RecoveryReport& report, std::strin
   return 0;
 }
 
+// Gives `probe` the volume's device, cylinders and cylinder encoding from
+// the header (no file). False when the header names no known device of its
+// slot size.
+bool volumeGeometry(const unsigned char* header, F& probe) {
+  const F::DeviceInfo* device = F::findDeviceByFileCode(header[kHdrDeviceCode]);
+  if (device == nullptr || header[kHdrFormatLevel] == 0) return false;
+  if (!probe.setType(static_cast<F::CKDtype>(device->type))) return false;
+  if (probe.trackSlotSize != loadLe32(header + kHdrTrackSize)) return false;
+  probe.setCylinders(loadLe32(header + kHdrCylinders));
+  return true;
+}
+
 // The end of the track area from the header, or -1 when it cannot be told.
 long long trackAreaEnd(int fd, const unsigned char* header) {
-  const F::DeviceInfo* device = F::findDeviceByFileCode(header[kHdrDeviceCode]);
-  if (device == nullptr || header[kHdrFormatLevel] == 0) return -1;
   F probe;
-  if (!probe.setType(static_cast<F::CKDtype>(device->type))) return -1;
-  if (probe.trackSlotSize != loadLe32(header + kHdrTrackSize)) return -1;
-  probe.setCylinders(loadLe32(header + kHdrCylinders));
+  if (!volumeGeometry(header, probe)) return -1;
   probe.fileDescriptor = fd;  // offsets are computed for an open file only
   const long long end = probe.getMaxOffset();
   probe.fileDescriptor = -1;
@@ -73,7 +81,8 @@ long long trackAreaEnd(int fd, const unsigned char* header) {
 }
 
 // A change recorded in the header: undo it or finish it.
-int recoverChange(int fd, unsigned int slot, const JournalRecord& r, RecoveryReport& report, std::string& error) {
+int recoverChange(int fd, unsigned int slot, const unsigned char* header, const JournalRecord& r, RecoveryReport& report,
+                  std::string& error) {
   const long long length = journal_io::fileLength(fd);
   const bool sane = r.startEnd >= static_cast<uint64_t>(kHeaderSize) && r.startEnd <= r.keepEnd &&
                     r.keepEnd <= r.copyEnd && r.copyEnd <= r.journalEnd && (r.copyEnd - r.startEnd) % slot == 0 &&
@@ -100,7 +109,7 @@ int recoverChange(int fd, unsigned int slot, const JournalRecord& r, RecoveryRep
       error = "the file is shorter than the interrupted change's saved copies; nothing was changed";
       return -1;
     }
-    if (!readIndex(fd, slot, r.copyEnd, copies, entries, error)) return -1;
+    if (!readIndex(fd, slot, r.copyEnd, copies, (r.journalEnd - r.copyEnd) / slot, entries, error)) return -1;
     for (const JournalEntry& e : entries) {
       if (e.home < static_cast<uint64_t>(kHeaderSize) || e.home + slot > r.startEnd || (e.home - kHeaderSize) % slot != 0) {
         error = "the index of the saved copies names file offset " + std::to_string(e.home) +
@@ -108,7 +117,9 @@ int recoverChange(int fd, unsigned int slot, const JournalRecord& r, RecoveryRep
         return -1;
       }
     }
-    if (restoreFromJournal(fd, slot, r.startEnd, entries, error) != 0) return -1;
+    F geometry;
+    const bool known = volumeGeometry(header, geometry);
+    if (restoreFromJournal(fd, slot, known ? &geometry : nullptr, r.startEnd, entries, error) != 0) return -1;
     report.found = what + " interrupted while writing its tracks";
     report.action = "undone";
     report.tracksRestored = entries.size();
@@ -282,7 +293,7 @@ int recoverVolume(const std::string& path, RecoveryReport& report, std::string& 
     }
     return 0;
   }
-  if (present) rc = recoverChange(d.fd, slot, record, report, error);
+  if (present) rc = recoverChange(d.fd, slot, header, record, report, error);
   const bool versioned = loadLe16(header + kHdrActiveVersion) != 0 || loadLe16(header + kHdrLatestVersion) != 0;
   if (rc == 0 && versioned) rc = dropTornCopies(d.fd, slot, trackAreaEnd(d.fd, header), report, error);
   // What a torn write of the record leaves (a place that is not a valid

@@ -189,6 +189,89 @@ TEST(ChangeJournalTest, LayoutFinishAndUndo) {
   }
 }
 
+// A change over empty formatted tracks (home address, record zero, end
+// marker) and others on a 3-cylinder D100 (8 heads, slot 14848): only the
+// others get saved copies; the index marks the empty ones, and undo,
+// recovery of the sealed change and finish each give the right bytes back.
+TEST(ChangeJournalTest, EmptyTracksGetNoCopy) {
+  const uint64_t slot = 14848, dataEnd = 512 + 24 * slot;
+  const auto at = [&](uint64_t cyl, uint64_t head) { return 512 + (cyl * 8 + head) * slot; };
+  const Bytes oddTrailer = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7,
+                            0xA8, 0xA9, 0xAA, 0xAB, 0xAC, 0xAD, 0xAE, 0xAF};
+  enum End { kUndo, kRecover, kFinish };
+  for (End end : {kUndo, kRecover, kFinish}) {
+    SCOPED_TRACE(end);
+    TestVolume v(F::D100, 3);
+    F& f = v.file();
+    for (unsigned short h = 0; h < 4; ++h) ASSERT_EQ(f.formatTrack(1, h, 0), F::kFormatOk);
+    const int fd = f.fileDescriptor;
+    ASSERT_EQ(::pwrite(fd, oddTrailer.data(), 16, static_cast<off_t>(at(1, 1) + slot - 16)), 16);
+    ASSERT_EQ(::pwrite(fd, "\x01", 1, static_cast<off_t>(at(1, 2) + 13)), 1);            // R0's data
+    ASSERT_EQ(::pwrite(fd, "\x01", 1, static_cast<off_t>(at(1, 3) + slot - 17)), 1);      // before the trailer
+    v.close();
+    const Bytes before = fileBytes(v.path());
+    // An empty track's bytes: HA flag 0, CC 0001, HH 0000; R0 count CC HH R
+    // KL DL 0008; 8 zero data bytes; end marker; zeros.
+    const Bytes emptyTrack = {0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x08,
+                              0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
+    ASSERT_EQ(Bytes(&before[at(1, 0)], &before[at(1, 0) + 30]), emptyTrack);
+    v.reopen();
+    ChangeJournal j(f, "load");
+    // (1,0) empty, (0,5) fillers, (1,1) empty with a trailer, (1,2) and (1,3) one byte off empty
+    const std::vector<uint64_t> slots = {at(1, 0), at(0, 5), at(1, 1), at(1, 2),
+                                         at(1, 3)};
+    ASSERT_EQ(j.begin(slots), 0) << j.error();
+    Bytes now = fileBytes(v.path());
+    ASSERT_EQ(now.size(), dataEnd + 4 * slot);  // 3 copies + index (28 slots: no pad)
+    const uint64_t copied[] = {slots[1], slots[3], slots[4]};
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(be64(&now[dataEnd + i * slot + slot - 8]), copied[i]) << "copy " << i;
+    const Bytes index = {
+        'C', 'K', 'D', 'V', 'J', 'I', 'D', 'X', 0, 0, 0, 0, 0, 0, 0, 5,  // magic, first 0, 5 entries
+        0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x24, 0x00,                    // (0,5) at 74752
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //   its trailer
+        0x00, 0x00, 0x00, 0x00, 0x00, 0x02, 0x46, 0x00,                    // (1,2) at 148992
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
+        0x00, 0x00, 0x00, 0x00, 0x00, 0x02, 0x80, 0x00,                    // (1,3) at 163840
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
+        0x80, 0x00, 0x00, 0x00, 0x00, 0x01, 0xD2, 0x00,                    // empty flag | (1,0) at 119296
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
+        0x80, 0x00, 0x00, 0x00, 0x00, 0x02, 0x0C, 0x00};                   // empty flag | (1,1) at 134144
+    const unsigned char* idx = &now[dataEnd + 3 * slot];
+    EXPECT_EQ(Bytes(idx, idx + index.size()), index);
+    EXPECT_EQ(Bytes(idx + index.size(), idx + index.size() + 16), oddTrailer);
+    EXPECT_EQ(Bytes(idx + slot - 16, idx + slot), Bytes({'J', 'N', 'L', '0', 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 0}));
+    JournalRecord r;
+    bool present = false;
+    ASSERT_TRUE(ckdvol::readJournalRecord(fd, r, present));
+    EXPECT_EQ(r.copyEnd, dataEnd + 3 * slot);
+    EXPECT_EQ(r.journalEnd, dataEnd + 4 * slot);
+
+    for (unsigned short h = 0; h < 4; ++h) changeTrack(f, 1, h, static_cast<unsigned char>(0xC0 + h));
+    changeTrack(f, 0, 5, 0xC5);
+    if (end == kFinish) {
+      ASSERT_EQ(j.finish(), 0) << j.error();
+      v.close();
+      now = fileBytes(v.path());
+      ASSERT_EQ(now.size(), before.size());
+      EXPECT_EQ(now[at(1, 1) + 29], 0xC1);
+      continue;
+    }
+    if (end == kUndo) {
+      ASSERT_EQ(j.undo(), 0) << j.error();
+    } else {
+      ASSERT_EQ(::fdatasync(fd), 0);
+      v.close();
+      ckdvol::RecoveryReport report;
+      std::string error;
+      ASSERT_EQ(ckdvol::recoverVolume(v.path(), report, error), 0) << error;
+      EXPECT_EQ(report.tracksRestored, 5u);
+      EXPECT_EQ(report.copiesDropped, 3u);
+    }
+    v.close();
+    EXPECT_TRUE(fileBytes(v.path()) == before);
+  }
+}
+
 // Under an active version, a track never versioned gets a saved copy that
 // stays behind the change, and the version's rollback gives its image back.
 TEST(ChangeJournalTest, JoinsTheActiveVersion) {
