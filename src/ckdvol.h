@@ -31,6 +31,7 @@
 #include "edit/free_space.h"
 #include "edit/vtoc_edit.h"
 #include "edit/allocate.h"
+#include "edit/relabel.h"
 #include "edit/data_writer.h"
 #include "edit/pds_edit.h"
 #include "edit/statistics.h"

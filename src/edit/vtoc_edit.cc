@@ -411,6 +411,26 @@ bool VtocEditor::renameDataSet(const std::string& from, const std::string& to, s
   return rewriteFreeSpace(error);
 }
 
+bool VtocEditor::recordedFreeSpace(std::vector<TrackRun>& out, bool& notMaintained, std::string& error) {
+  out.clear();
+  DscbBytes d;
+  if (!readDscb(slots_[static_cast<size_t>(format4_)], d, error)) return false;
+  notMaintained = (d[kF4Indicators] & kFreeSpaceNotMaintained) != 0;
+  const uint32_t heads = staged_.heads();
+  for (const DscbSlot& s : slots_) {
+    if (s.format != 5) continue;
+    if (!readDscb(s, d, error)) return false;
+    for (size_t j = 0; j < kFormat5Extents; ++j) {
+      const unsigned char* p = d.data() + format5ExtentOffset(j);
+      const uint32_t start = (static_cast<uint32_t>(p[0]) << 8) | p[1];
+      const uint32_t cyls = (static_cast<uint32_t>(p[2]) << 8) | p[3];
+      const uint32_t tracks = cyls * heads + p[4];
+      if (tracks != 0) out.push_back(TrackRun{start, tracks});
+    }
+  }
+  return true;
+}
+
 bool VtocEditor::rewriteFreeSpace(std::string& error) {
   const FreeSpace fs = freeSpace();
   DscbBytes f4;

@@ -128,6 +128,11 @@ class CKDVOL_EXPORT VtocEditor {
   // Reads the DSCB at `slot` as staged so far.
   bool readDscb(const DscbSlot& slot, DscbBytes& out, std::string& error);
 
+  // The free space the Format-5 DSCBs record (every Format-5 DSCB of the
+  // VTOC, in VTOC order; unused entries left out), and whether the Format-4
+  // DSCB says they are not maintained (bit 80 of offset 58).
+  bool recordedFreeSpace(std::vector<TrackRun>& out, bool& notMaintained, std::string& error);
+
   // Rewrites the Format-5 DSCBs from the computed free space and the
   // Format-4 DSCB's fields (see above). Called by every change here.
   bool rewriteFreeSpace(std::string& error);
