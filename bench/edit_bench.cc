@@ -1,0 +1,339 @@
+// Editing a PDS through the library against plain I/O writing the same
+// track images.
+//
+// Every volume is a sparse D600 volume (home address, record zero and end
+// marker written per track, the rest holes, as 'ckdvol create --sparse'
+// makes it) holding BENCH.PDS (FB 80, the default block size), allocated
+// through the edit layer. The library side of a change is what the tool
+// does: the change computed in a StagedTracks (PdsEditor load, writeMember,
+// commit), then ChangeJournal begin(staged.slots()), staged.writeAll(),
+// finish(). The plain side pwrites the same new images over the same slots
+// of an identical volume and calls fdatasync as often as the journal did
+// in the same iteration (this file counts the journal's fdatasync and fsync
+// calls by defining them; each goes on to the system call). The two sides
+// alternate which runs first.
+//   Load:   2,000 members of 1,280 records (~100 KB, 200 MB in all) into
+//           the empty PDS as one change. Counters: lib_s (all of it),
+//           compute_s (its StagedTracks part), compute_share, plain_s,
+//           ratio = lib / plain (target: at most 1.5), syncs, tracks.
+//   Change: one 10-record member replaced in a PDS of `members` members of
+//           10 records each (range 200, 2,000), loaded untimed. Counters:
+//           lib_us, plain_us, ratio, tracks written.
+// Volumes live in a scratch directory (CKDVOL_TEST_TMP, TMPDIR or /tmp)
+// and are removed after each benchmark.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ckdfile/emulated_ckd_file.h"
+#include "ckdfile/volume_format.h"
+#include "dataset/vtoc_scan.h"
+#include "edit/allocate.h"
+#include "edit/pds_edit.h"
+#include "edit/staged_tracks.h"
+#include "journal/change_journal.h"
+#include "support/temp_dir.h"
+
+namespace {
+unsigned long long syncCalls = 0;
+}
+
+// The journal's syncs, counted; the plain side calls these too.
+extern "C" int fdatasync(int fd) {
+  ++syncCalls;
+  return static_cast<int>(::syscall(SYS_fdatasync, fd));
+}
+extern "C" int fsync(int fd) {
+  ++syncCalls;
+  return static_cast<int>(::syscall(SYS_fsync, fd));
+}
+
+namespace {
+
+using namespace ckdvol;
+using F = EmulatedCKDfile;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kCylinders = 330;          // 4,950 tracks of ~56 KB
+constexpr uint32_t kPdsTracks = 4500;
+constexpr uint32_t kDirectoryBlocks = 200;  // 21 entries a block without user data
+constexpr int kLoadMembers = 2000;
+constexpr int kLoadRecords = 1280;      // 102,400 bytes a member
+
+double seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
+
+// A sparse, initialised D600 volume with an empty BENCH.PDS. Empty or what failed.
+std::string makeVolume(const std::string& path) {
+  F f;
+  if (f.create(path.c_str(), F::D600, kCylinders) != 0) return "create " + path;
+  const long long end = f.getMaxOffset();
+  if (end < 0 || ::ftruncate(f.fileDescriptor, end) != 0) return "size " + path;
+  std::vector<unsigned char> image(f.trackSlotSize, 0);
+  unsigned short cell = 0, head = 0;
+  unsigned int cyl = 0;
+  for (bool done = false; !done; done = f.increment(cell, cyl, head)) {
+    std::memset(image.data(), 0, image.size());
+    unsigned char* p = image.data();
+    f.putHA(p, 0, cyl, head);
+    f.putCount(p, static_cast<int>(cyl), head, 0, 0, kRecordZeroDataLength);
+    p += kRecordZeroDataLength;
+    if (cyl == 0 && head == 0) f.format_labels(p);
+    if (cyl == 0 && head == 1) f.format_vtoc(p);
+    std::memset(p, kEndMarkerByte, kEndMarkerSize);
+    p += kEndMarkerSize;
+    const size_t used = static_cast<size_t>(p - image.data());
+    if (::pwrite(f.fileDescriptor, image.data(), used, f.getOffset(cyl, head, cell, false)) != static_cast<ssize_t>(used)) {
+      return "write " + path;
+    }
+  }
+  unsigned char header[kHeaderSize];
+  if (f.readHeader(header, false) != F::kHeaderOk) return "header " + path;
+  std::memcpy(header + kHdrMagic, kMagicReady, kMagicLength);
+  if (f.writeHeader(header, true) != F::kHeaderOk || f.readTrack(0, 0, 0) != F::kTrackOk) return "header " + path;
+  VtocInfo vtoc;
+  std::string error;
+  if (scanVtoc(f, vtoc, error) != kScanOk) return error;
+  StagedTracks staged(f);
+  AllocationRequest req;
+  req.name = "BENCH.PDS";
+  req.dsorg = kDsorgPO;
+  req.primary = kPdsTracks;
+  req.directoryBlocks = kDirectoryBlocks;
+  AllocationResult result;
+  if (!allocateDataSet(staged, vtoc, req, result, error)) return error;
+  error = staged.writeAll();
+  f.close();
+  return error;
+}
+
+// FB 80 blocks of `records` text-like records ("NAME nnnnn" and blanks).
+std::vector<Bytes> memberBlocks(const std::string& name, int records, uint16_t blksize) {
+  const int perBlock = blksize / 80;
+  std::vector<Bytes> blocks;
+  for (int i = 0; i < records; ++i) {
+    if (i % perBlock == 0) blocks.emplace_back();
+    Bytes r(80, 0x40);
+    char text[32];
+    const int n = std::snprintf(text, sizeof text, "%s %05d", name.c_str(), i);
+    for (int k = 0; k < n; ++k) r[k] = static_cast<unsigned char>(0xC1 + (text[k] % 9));
+    blocks.back().insert(blocks.back().end(), r.begin(), r.end());
+  }
+  return blocks;
+}
+
+std::string memberName(int i) {
+  char name[16];
+  std::snprintf(name, sizeof name, "M%07d", i % 10000000);
+  return name;
+}
+
+// An open volume with its scan and BENCH.PDS.
+struct Volume {
+  F file;
+  VtocInfo vtoc;
+  const DataSetInfo* ds = nullptr;
+  std::string open(const std::string& path) {
+    if (file.open(path.c_str(), false) != 0) return "open " + path;
+    std::string error;
+    if (scanVtoc(file, vtoc, error) != kScanOk) return error;
+    ds = findDataSet(vtoc, "BENCH.PDS");
+    return ds == nullptr ? "no BENCH.PDS" : "";
+  }
+  ~Volume() { file.close(); }
+};
+
+// Writes `members` (name -> blocks) as one change computed in `staged`.
+std::string stageMembers(StagedTracks& staged, const DataSetInfo& ds, const std::vector<std::string>& names,
+                         const std::vector<std::vector<Bytes>>& blocks) {
+  PdsEditor editor(staged, ds);
+  std::string error;
+  if (!editor.load(error)) return error;
+  for (size_t i = 0; i < names.size(); ++i) {
+    MemberWrite w;
+    if (!editor.writeMember(names[i], blocks[i], Bytes(), true, w, error)) return error;
+  }
+  return editor.commit(error) ? "" : error;
+}
+
+// The library side: computed, then journaled and written. Seconds of each
+// part in computeS and writeS; syncs counted.
+std::string libChange(Volume& v, const std::vector<std::string>& names, const std::vector<std::vector<Bytes>>& blocks,
+                      double& computeS, double& writeS, unsigned long long& syncs, size_t& tracks) {
+  const Clock::time_point t0 = Clock::now();
+  StagedTracks staged(v.file);
+  std::string error = stageMembers(staged, *v.ds, names, blocks);
+  if (!error.empty()) return error;
+  const Clock::time_point t1 = Clock::now();
+  const unsigned long long before = syncCalls;
+  ChangeJournal journal(v.file, "bench");
+  if (journal.begin(staged.slots()) != 0) return journal.error();
+  error = staged.writeAll();
+  if (!error.empty()) return error;
+  if (journal.finish() != 0) return journal.error();
+  const Clock::time_point t2 = Clock::now();
+  syncs = syncCalls - before;
+  tracks = staged.size();
+  computeS += seconds(t0, t1);
+  writeS += seconds(t1, t2);
+  return "";
+}
+
+// The plain side: the images of `staged` (computed beforehand, untimed)
+// pwritten over their slots of `fd`, then `syncs` fdatasync calls.
+std::string plainWrite(int fd, StagedTracks& staged, unsigned long long syncs, double& plainS) {
+  const std::vector<uint64_t> slots = staged.slots();
+  const uint32_t slot = staged.slotSize();
+  std::string error;
+  const Clock::time_point t0 = Clock::now();
+  for (uint64_t off : slots) {
+    const uint32_t track = static_cast<uint32_t>((off - kHeaderSize) / slot);
+    const unsigned char* image = staged.image(track, error);
+    if (image == nullptr) return error;
+    if (::pwrite(fd, image, slot, static_cast<off_t>(off)) != static_cast<ssize_t>(slot)) return "pwrite";
+  }
+  for (unsigned long long i = 0; i < syncs; ++i) {
+    if (::fdatasync(fd) != 0) return "fdatasync";
+  }
+  plainS += seconds(t0, Clock::now());
+  return "";
+}
+
+void BM_EditLoadMembers(benchmark::State& state) {
+  ckdvol_test::ScopedTempDir dir;
+  const std::string libPath = dir.file("lib.ckd"), plainPath = dir.file("plain.ckd");
+  std::vector<std::string> names;
+  std::vector<std::vector<Bytes>> blocks;
+  double computeS = 0, writeS = 0, plainS = 0;
+  unsigned long long syncs = 0;
+  size_t tracks = 0, i = 0;
+  std::string error;
+  for (auto _ : state) {
+    state.PauseTiming();
+    ::unlink(libPath.c_str());
+    ::unlink(plainPath.c_str());
+    error = makeVolume(libPath);
+    if (error.empty()) error = makeVolume(plainPath);
+    Volume lib, plain;
+    if (error.empty()) error = lib.open(libPath);
+    if (error.empty()) error = plain.open(plainPath);
+    if (error.empty() && names.empty()) {
+      for (int m = 0; m < kLoadMembers; ++m) {
+        names.push_back(memberName(m));
+        blocks.push_back(memberBlocks(names.back(), kLoadRecords, lib.ds->blksize));
+      }
+    }
+    // The plain side's images, computed on its own volume (untimed).
+    std::unique_ptr<StagedTracks> images;
+    if (error.empty()) {
+      images.reset(new StagedTracks(plain.file));
+      error = stageMembers(*images, *plain.ds, names, blocks);
+    }
+    state.ResumeTiming();
+    if (!error.empty()) break;
+    // The plain side goes second on even iterations (with the sync count
+    // just measured) and first on odd ones (with the previous count).
+    unsigned long long got = 0;
+    if ((i++ & 1) == 0) {
+      error = libChange(lib, names, blocks, computeS, writeS, got, tracks);
+      if (error.empty()) error = plainWrite(plain.file.fileDescriptor, *images, got, plainS);
+      if (syncs == 0) syncs = got;
+    } else {
+      error = plainWrite(plain.file.fileDescriptor, *images, syncs, plainS);
+      if (error.empty()) error = libChange(lib, names, blocks, computeS, writeS, got, tracks);
+    }
+    if (error.empty() && got != syncs) error = "the journal's sync count changed between runs";
+    if (!error.empty()) break;
+  }
+  ::unlink(libPath.c_str());
+  ::unlink(plainPath.c_str());
+  if (!error.empty()) {
+    state.SkipWithError(error.c_str());
+    return;
+  }
+  const double n = static_cast<double>(state.iterations());
+  const double libS = computeS + writeS;
+  state.counters["lib_s"] = libS / n;
+  state.counters["compute_s"] = computeS / n;
+  state.counters["compute_share"] = libS > 0 ? computeS / libS : 0;
+  state.counters["plain_s"] = plainS / n;
+  state.counters["ratio"] = plainS > 0 ? libS / plainS : 0;
+  state.counters["syncs"] = static_cast<double>(syncs);
+  state.counters["tracks"] = static_cast<double>(tracks);
+}
+
+void BM_EditChangeMember(benchmark::State& state) {
+  const int members = static_cast<int>(state.range(0));
+  ckdvol_test::ScopedTempDir dir;
+  const std::string libPath = dir.file("lib.ckd"), plainPath = dir.file("plain.ckd");
+  std::string error = makeVolume(libPath);
+  if (error.empty()) error = makeVolume(plainPath);
+  std::vector<std::string> names;
+  std::vector<std::vector<Bytes>> blocks;
+  for (int m = 0; m < members && error.empty(); ++m) {
+    names.push_back(memberName(m));
+    blocks.push_back(memberBlocks(names.back(), 10, 3120));
+  }
+  // Both volumes filled the same way, untimed, without a journal.
+  for (const std::string* path : {&libPath, &plainPath}) {
+    Volume v;
+    if (error.empty()) error = v.open(*path);
+    StagedTracks staged(v.file);
+    if (error.empty()) error = stageMembers(staged, *v.ds, names, blocks);
+    if (error.empty()) error = staged.writeAll();
+  }
+  Volume lib, plain;
+  if (error.empty()) error = lib.open(libPath);
+  if (error.empty()) error = plain.open(plainPath);
+  const std::vector<std::string> one = {memberName(members / 2)};
+  const std::vector<std::vector<Bytes>> oneBlocks = {memberBlocks("CHANGED", 10, 3120)};
+  double computeS = 0, writeS = 0, plainS = 0;
+  unsigned long long syncs = 0;
+  size_t tracks = 0, i = 0;
+  for (auto _ : state) {
+    if (!error.empty()) break;
+    state.PauseTiming();
+    StagedTracks images(plain.file);
+    error = stageMembers(images, *plain.ds, one, oneBlocks);
+    state.ResumeTiming();
+    unsigned long long got = 0;
+    if (error.empty() && (i & 1) == 0) {
+      error = libChange(lib, one, oneBlocks, computeS, writeS, got, tracks);
+      if (error.empty()) error = plainWrite(plain.file.fileDescriptor, images, got, plainS);
+      syncs = got;
+    } else if (error.empty()) {
+      error = plainWrite(plain.file.fileDescriptor, images, syncs, plainS);
+      if (error.empty()) error = libChange(lib, one, oneBlocks, computeS, writeS, got, tracks);
+      if (error.empty() && got != syncs) error = "the journal's sync count changed between runs";
+    }
+    ++i;
+  }
+  ::unlink(libPath.c_str());
+  ::unlink(plainPath.c_str());
+  if (!error.empty()) {
+    state.SkipWithError(error.c_str());
+    return;
+  }
+  const double n = static_cast<double>(state.iterations());
+  const double libS = computeS + writeS;
+  state.counters["lib_us"] = 1e6 * libS / n;
+  state.counters["compute_us"] = 1e6 * computeS / n;
+  state.counters["plain_us"] = 1e6 * plainS / n;
+  state.counters["ratio"] = plainS > 0 ? libS / plainS : 0;
+  state.counters["syncs"] = static_cast<double>(syncs);
+  state.counters["tracks"] = static_cast<double>(tracks);
+}
+
+BENCHMARK(BM_EditLoadMembers)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_EditChangeMember)->Arg(200)->Arg(2000)->Iterations(20)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();
