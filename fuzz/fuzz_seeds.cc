@@ -1,5 +1,5 @@
 // fuzz_seeds <directory>: writes the seed corpora of the fuzz targets, one
-// subdirectory per target (open, track_walk, vtoc, pds, dataset), from volumes that the
+// subdirectory per target (open, track_walk, vtoc, pds, dataset, recover, edit), from volumes that the
 // library makes: created and initialised volumes, versioned tracks, VTOCs with
 // DSCB chains written through the volume builder, and partitioned data sets
 // laid out by the data set builder. Each seed is in its target's input format
@@ -18,6 +18,10 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "common/byte_order.h"
+#include "dataset/vtoc_scan.h"
+#include "edit/allocate.h"
+#include "edit/pds_edit.h"
+#include "edit/staged_tracks.h"
 #include "journal/change_journal.h"
 #include "support/pds_builder.h"
 #include "support/volume_builder.h"
@@ -506,6 +510,77 @@ void recoverSeeds() {
   }
 }
 
+// ---- edit: 4 control bytes, then the records of tracks 1 to 29 ----------------
+
+// Stages the allocation of `name` (PO when `dirblks` > 0) and writes the
+// staged tracks straight over the volume (seeds need no journal).
+void allocate(TestVolume& vol, const std::string& name, uint32_t tracks, uint32_t dirblks) {
+  std::string error;
+  ckdvol::VtocInfo vtoc;
+  if (ckdvol::scanVtoc(vol.file(), vtoc, error) != ckdvol::kScanOk) throw std::runtime_error(error);
+  ckdvol::StagedTracks staged(vol.file());
+  ckdvol::AllocationRequest req;
+  req.name = name;
+  req.dsorg = dirblks > 0 ? ckdvol::kDsorgPO : ckdvol::kDsorgPS;
+  req.primary = tracks;
+  req.directoryBlocks = dirblks;
+  ckdvol::AllocationResult result;
+  if (!ckdvol::allocateDataSet(staged, vtoc, req, result, error)) throw std::runtime_error(error);
+  error = staged.writeAll();
+  if (!error.empty()) throw std::runtime_error(error);
+}
+
+// Members NAME -> lines of 80 bytes written into the PDS `dsn`, the first
+// one written twice (its first copy left as unused space for a compress).
+void writeMembers(TestVolume& vol, const std::string& dsn, const std::vector<std::pair<std::string, int>>& members) {
+  std::string error;
+  ckdvol::VtocInfo vtoc;
+  if (ckdvol::scanVtoc(vol.file(), vtoc, error) != ckdvol::kScanOk) throw std::runtime_error(error);
+  const ckdvol::DataSetInfo* ds = ckdvol::findDataSet(vtoc, dsn);
+  if (ds == nullptr) throw std::runtime_error("no " + dsn);
+  ckdvol::StagedTracks staged(vol.file());
+  ckdvol::PdsEditor editor(staged, *ds);
+  if (!editor.load(error)) throw std::runtime_error(error);
+  for (size_t i = 0; i <= members.size(); ++i) {
+    const auto& m = members[i == members.size() ? 0 : i];
+    std::vector<Bytes> blocks = textBlocks(m.first, m.second, 80, 10);
+    ckdvol::MemberWrite w;
+    if (!editor.writeMember(m.first, blocks, Bytes(), true, w, error)) throw std::runtime_error(error);
+  }
+  if (!editor.addAlias("ALIAS", members[0].first, error) || !editor.commit(error)) throw std::runtime_error(error);
+  error = staged.writeAll();
+  if (!error.empty()) throw std::runtime_error(error);
+}
+
+void editSeed(TestVolume& vol, const std::string& name, Bytes header) {
+  for (uint32_t t = 1, last = 1; t < 30; ++t) {
+    for (const Record& r : vol.readRecords(t / 10, static_cast<uint16_t>(t % 10))) {
+      Bytes head = {static_cast<uint8_t>(t - last), r.rec, static_cast<uint8_t>(r.key.size()), 0, 0};
+      ckdvol::storeBe16(&head[3], static_cast<uint16_t>(r.data.size()));
+      header = concat(concat(concat(header, head), r.key), r.data);
+      last = t;
+    }
+  }
+  writeSeed("edit", name, header);
+}
+
+void editSeeds() {
+  {
+    TestVolume vol(EmulatedCKDfile::D130, 3);
+    allocate(vol, "SEED.PDS", 8, 2);
+    writeMembers(vol, "SEED.PDS", {{"ALPHA", 30}, {"BETA", 5}, {"GAMMA", 0}});
+    editSeed(vol, "pds-po-alloc", {0x01, 3, 2, 4});            // PO of 3 tracks, 2 blocks; 4-block member
+    editSeed(vol, "pds-ps-placed-replace", {0x0C, 20, 0, 2});  // PS at track 20, member replaced
+  }
+  {
+    TestVolume vol(EmulatedCKDfile::D130, 3);
+    allocate(vol, "SEED.SEQ", 2, 0);
+    allocate(vol, "SEED.LIB", 10, 1);
+    writeMembers(vol, "SEED.LIB", {{"ONE", 12}, {"TWO", 40}});
+    editSeed(vol, "ps-and-pds-cylinders", {0x03, 1, 4, 31});   // PO of 1 cylinder
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -522,6 +597,7 @@ int main(int argc, char** argv) {
     pdsSeeds();
     datasetSeeds();
     recoverSeeds();
+    editSeeds();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "fuzz_seeds: %s\n", e.what());
     return 1;
