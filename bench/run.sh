@@ -3,6 +3,8 @@
 # executable, printing its output. Each benchmark reports its own ratio
 # against plain I/O doing the same work, measured in the same run.
 #   bench/run.sh [extra Google Benchmark flags, e.g. --benchmark_filter=Random]
+# edit_bench makes two sparse 250 MB volumes at a time in the scratch directory
+# (CKDVOL_TEST_TMP) and holds about 600 MB in memory; it removes them itself.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build-bench}
