@@ -1,6 +1,7 @@
 // ckdvol create: make a new volume file and initialise every track.
 //
-//   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--no-format] [--sparse]
+//   ckdvol create FILE TYPE[-MODEL] [--cylinders N] [--serial SERIAL] [--owner TEXT]
+//                 [--no-format] [--sparse]
 //
 // The file is never overwritten: an existing FILE is refused and left as it
 // is, except that --force replaces an unfinished creation (what a run killed
@@ -8,7 +9,9 @@
 // any write or sync of it fails, or that is interrupted (SIGINT, SIGTERM,
 // SIGHUP), is removed again, so no unusable half-written volume stays
 // behind. A volume is reported created only once it and its directory entry
-// have been forced to disk.
+// have been forced to disk. --serial and --owner are written into the label
+// after the initialisation, before that sync: a volume whose label cannot be
+// written is removed like any other failure.
 #include <fcntl.h>
 #include <signal.h>
 #include <time.h>
@@ -31,6 +34,11 @@
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "command.h"
+#include "data_sets.h"
+#include "dataset/vtoc_scan.h"
+#include "edit/allocate.h"
+#include "edit/relabel.h"
+#include "edit/staged_tracks.h"
 #include "open_failure.h"
 #include "tool_util.h"
 
@@ -215,6 +223,9 @@ struct CreateOptions {
   bool noFormat = false;
   bool sparse = false;
   bool force = false;  // replace an unfinished creation
+  std::string serial;  // upper-cased; empty: the initialisation's serial
+  std::string owner;
+  bool ownerGiven = false;
 };
 
 // The largest model: TYPE-A is TYPE-59.
@@ -308,6 +319,21 @@ int removeUnfinishedCreation(const std::string& path) {
   return kExitOk;
 }
 
+// Writes --serial (and --owner) into the label of the freshly initialised
+// volume `f` and its DSCBs (none yet). Empty, or what failed. No journal: a
+// failure here removes the whole file.
+std::string writeLabel(F& f, const CreateOptions& o) {
+  std::string error;
+  ckdvol::VtocInfo vtoc;
+  if (ckdvol::scanVtoc(f, vtoc, error) != ckdvol::kScanOk) return "cannot read the new label back: " + error;
+  ckdvol::StagedTracks staged(f);
+  if (!ckdvol::relabelVolume(staged, vtoc, o.serial, o.ownerGiven ? &o.owner : nullptr, error)) {
+    return "cannot write the serial into the label: " + error;
+  }
+  error = staged.writeAll();
+  return error.empty() ? error : "writing the label failed: " + error;
+}
+
 // Bytes the file system gives the file: its allocated blocks.
 long long allocatedBytes(const std::string& path) {
   struct stat st;
@@ -339,6 +365,14 @@ int runCreate(const CreateOptions& o) {
   if (model > kMaxModel) {
     return failWith(kExitUsage, "model " + std::to_string(model) + " is too large: models go from 1 to " +
                                     std::to_string(kMaxModel) + " (TYPE-A is TYPE-59)");
+  }
+  if (!o.serial.empty() || o.ownerGiven) {
+    if (o.noFormat) return failWith(kExitUsage, "--serial and --owner need a label: they cannot go with --no-format");
+    if (d200) return failWith(kExitUsage, "D200 volumes cannot be edited: create one without --serial and --owner");
+    if (o.serial.empty()) return failWith(kExitUsage, "--owner goes with --serial (or use 'ckdvol relabel' later)");
+    std::string error;
+    if (!ckdvol::validateVolumeSerial(o.serial, error)) return failWith(kExitUsage, error);
+    if (o.ownerGiven && !ckdvol::validateOwner(o.owner, error)) return failWith(kExitUsage, error);
   }
   const int multiple = model > 0 ? model : 1;
   const unsigned long long wanted =
@@ -436,7 +470,9 @@ int runCreate(const CreateOptions& o) {
     // sync that failed, and what it was to force to disk may be lost.
     failure = "forcing the tracks to disk (fdatasync during the initialisation) failed: " +
               std::string(std::strerror(savedErrno));
-  } else if (::fdatasync(f.fileDescriptor) != 0) {
+  }
+  if (failure.empty() && !o.serial.empty()) failure = writeLabel(f, o);
+  if (failure.empty() && ::fdatasync(f.fileDescriptor) != 0) {
     failure = "forcing the volume to disk (fdatasync) failed: " + std::string(std::strerror(errno));
   }
   {
@@ -471,6 +507,7 @@ int runCreate(const CreateOptions& o) {
            : count(cylinders, "cylinder") + (rounded ? " (rounded up to a multiple of 1113)" : "") + " x " +
                  count(heads, "head");
   std::string contents = o.noFormat ? "empty tracks" : "labelled with an empty VTOC";
+  if (!o.serial.empty()) contents += ", serial " + o.serial;
   if (o.sparse) {
     contents += ", sparse: " + std::to_string(allocatedBytes(o.path)) + " bytes on disk";
   }
@@ -494,6 +531,11 @@ const CommandRegistration kRegistration(Command{
           "--cylinders", o->cylinders,
           "Number of cylinders; overrides the model (D600 only above 65520, "
           "then rounded up to a multiple of 1113)");
+      app.add_option("--serial", o->serial,
+                     "Volume serial for the label instead of 0X0123: 1 to 6 letters, digits,\n"
+                     "@ # $ or -, a letter (or @ # $) first; any case");
+      CLI::Option* owner =
+          app.add_option("--owner", o->owner, "Owner field of the label (at most 14 characters); needs --serial");
       app.add_flag("--no-format", o->noFormat,
                    "Write empty tracks only (home address and record zero): no IPL records, "
                    "no VOL1 label, no VTOC");
@@ -512,20 +554,27 @@ const CommandRegistration kRegistration(Command{
           "--cylinders.\n"
           "\n"
           "With full formatting, cylinder 0 holds the IPL records and the VOL1 label\n"
-          "(serial 0X0123) on head 0 and an empty VTOC on head 1; every other track holds\n"
-          "4096-byte filler records. --sparse writes the same label and VTOC tracks but\n"
-          "leaves every other track empty (home address, record zero, end marker) and the\n"
-          "rest of the file as holes: the volume reads like any other, and a sparse\n"
-          "--no-format volume holds exactly the bytes of a plain one.\n"
+          "(serial 0X0123 unless --serial; owner blank unless --owner) on head 0 and an\n"
+          "empty VTOC on head 1; every other track holds 4096-byte filler records.\n"
+          "--sparse writes the same label and VTOC tracks but leaves every other track\n"
+          "empty (home address, record zero, end marker) and the rest of the file as\n"
+          "holes: the volume reads like any other, and a sparse --no-format volume holds\n"
+          "exactly the bytes of a plain one.\n"
           "A progress bar is drawn on standard error when it is a terminal; a summary\n"
           "line goes to standard output. The volume is forced to disk (the file and its\n"
           "directory entry) before it is reported created. If initialisation, a write or\n"
           "a sync fails, or the run is interrupted (SIGINT, SIGTERM, SIGHUP), the file is\n"
           "removed. A run killed outright (SIGKILL, a power loss) leaves an unfinished\n"
           "creation, which every command names as such: --force replaces it, and\n"
-          "'ckdvol recover FILE' removes it.");
-      return [o, cylinders] {
+          "'ckdvol recover FILE' removes it.\n"
+          "\n"
+          "Examples:\n"
+          "  ckdvol create work.ckd D600 --cylinders 10 --serial WORK01 --owner SYSTEMS\n"
+          "  ckdvol create big.ckd D600-3 --sparse");
+      return [o, cylinders, owner] {
         o->cylindersGiven = cylinders->count() > 0;
+        o->ownerGiven = owner->count() > 0;
+        o->serial = upperName(o->serial);
         return runCreate(*o);
       };
     }});
