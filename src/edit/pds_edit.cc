@@ -184,6 +184,8 @@ bool PdsEditor::load(std::string& error) {
     const uint32_t key = (e.ttr.track << 8) | e.ttr.record;
     if (seen.count(key) != 0) continue;
     seen[key] = true;
+    // An entry pointing past the extents has no records in them to keep.
+    if (e.ttr.track >= map_.tracks()) continue;
     Ttr eof;
     if (!findEnd(e.ttr, eof, error)) {
       error = ds_.name + "(" + e.text() + "): " + error;

@@ -80,7 +80,8 @@ class CKDVOL_EXPORT PdsEditor {
 
   // Reads the directory and finds the end of the used space. False with
   // `error` when the data set is not partitioned, cannot be written, or its
-  // directory or a member's records cannot be walked.
+  // directory or a member's records cannot be walked. An entry whose TTR
+  // lies past the extents is kept as it is and holds no space.
   bool load(std::string& error);
 
   // The entries, in ascending name order.

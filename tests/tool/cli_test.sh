@@ -249,12 +249,12 @@ vtoc300 | vtoc $V | 0 | out | ~^Format 1 DSCB at 0/1/2 | out | ~^Format-1 DSCBs:
 vtoc300 | vtoc --json $V | 0 | out | "format1": 1 | out | "tracksPerCylinder": 19 | out | "name": "TEST.PDS" | err | =0
 vtoc300 | ls $V | 0 | out | ~^TEST.PDS +F1 +PO +FB +80 +3120 .* 1/10-2/5$ | out | =0 key len err
 vtoc300 | pds read $V TEST.PDS LATE | 0 | out | ~^LATE 0$
-vtoc300 | pds replace $V TEST.PDS alpha xyz | 0 | err | looked up among the DSCBs of the VTOC's own extent | out | =0
+vtoc300 | pds replace $V TEST.PDS alpha xyz | 0 | out | TEST.PDS(ALPHA) replaced: 3 records, 1 block, 1 track
 vtoc300 | pds read $V TEST.PDS ALPHA | 0 | out | =3 | out | ~^z$
-pds | pds replace $V TEST.PDS ALPHA two | 1 | err | member ALPHA has 3 records of 80 bytes but two gives 2 lines
+pds | pds replace $V TEST.PDS NOSUCH two | 1 | err | member NOSUCH not found in TEST.PDS ('ckdvol pds add' adds it); nothing was changed
 pds | pds replace $V TEST.PDS ALPHA long | 1 | err | line 2 of long has 81 characters, more than the record length 80
 pds | pds replace $V TEST.PDS ALPHA raw200 --raw | 1 | err | 200 bytes, not a whole number of 80-byte records
-pds | pds replace $V TEST.PDS FAR two | 1 | err | member FAR of data set TEST.PDS
+pds | pds add $V TEST.PDS alpha two | 1 | err | member ALPHA exists in TEST.PDS
 pds | pds replace $V TEST.PDS ALPHA $W | 1 | err | ckdvol: $W: cannot read the input: it is a directory
 pds | pds replace $V NO.SUCH ALPHA two | 1 | err | data set NO.SUCH not found
 # version and verify: refusals and activation of a pending version
@@ -399,6 +399,35 @@ ok "--raw: 3 records of 80 bytes" [ "$("$TOOL" cat pds.ckd 'TEST.PDS(ALPHA)' --r
 [ "$(id -u)" -eq 0 ] || { chmod a-w pds0.ckd   # read opens read-only, replace does not
   row 'pds0 | pds read $V TEST.PDS BETA | 0 | out | =100'
   row 'pds0 | pds replace $V TEST.PDS ALPHA three | 1 | err | ckdvol: $V: cannot open the volume'; }
+# members: put, load, pds add/replace/delete/rename/alias/compress
+"$TOOL" create mem.ckd D600 --cylinders 3 >/dev/null
+"$TOOL" alloc mem.ckd DEMO.SRC --dsorg PO --recfm FB --lrecl 80 --blksize 800 --tracks 4 --dirblks 2 >/dev/null
+seq 1 25 >n25; mkdir -p srcdir baddir; printf 'one\n' >srcdir/one.txt; printf 'a\nb\n' >srcdir/Two.txt; printf 'x\n' >srcdir/skip.dat
+printf 'q\n' >baddir/9lives.txt; printf 'q\n' >baddir/A.txt; printf 'q\n' >baddir/a.asm
+rows <<'EOF'
+mem | pds add $V demo.src hello xyz | 0 | out | DEMO.SRC(HELLO) added: 3 records, 1 block, 1 track
+mem | pds replace $V DEMO.SRC HELLO n25 | 0 | out | DEMO.SRC(HELLO) replaced: 25 records, 3 blocks, 1 track
+mem | pds read $V DEMO.SRC hello | 0 | out | =25 | out | ~^25$
+mem | put $V 'DEMO.SRC(PUT1)' three | 0 | out | DEMO.SRC(PUT1) added: 3 records, 1 block, 1 track
+mem | cat $V 'DEMO.SRC(PUT1)' | 0 | out | =3 | out | ~^third$
+mem | load $V DEMO.SRC $W/srcdir --suffix .txt | 0 | out | DEMO.SRC: 2 members loaded (0 replaced): 3 records, 2 blocks, 2 tracks | err | 1 file without the suffix .txt skipped
+mem | load $V DEMO.SRC $W/srcdir --suffix .txt | 1 | err | members that exist in DEMO.SRC (give --replace): TWO, ONE; nothing was changed
+mem | load $V DEMO.SRC $W/baddir | 1 | err | not member names: 9lives.txt; the same member twice: a.asm (A, as A.txt); nothing was changed
+mem | pds alias $V DEMO.SRC two deux | 0 | out | DEMO.SRC(DEUX) added as an alias of TWO
+mem | pds rename $V DEMO.SRC one uno | 0 | out | DEMO.SRC(ONE) renamed to UNO
+mem | pds delete $V DEMO.SRC put1 nope | 1 | err | not in DEMO.SRC: NOPE; nothing was changed
+mem | pds delete $V DEMO.SRC put1 | 0 | out | DEMO.SRC: deleted PUT1
+# 2 directory blocks and their EOF are records 1-3; HELLO went to 0/4, again to 0/6-8, PUT1 0/10, TWO 0/12, ONE 0/14
+mem | pds list $V DEMO.SRC | 0 | out | ~^DEUX +TWO +00000C +2 | out | ~^HELLO +000006 +25 +2000 +01.01 | out | ~^TWO +00000C | out | ~^UNO +00000E | out | =0 PUT1
+mem | pds compress $V DEMO.SRC | 0 | out | DEMO.SRC compressed: 3 members, 5 blocks moved; the used space ends at TTR 00000B (it ended at 00000F)
+# compressed: HELLO 0/4-6 (EOF 7), TWO 0/8 (EOF 9), UNO 0/10 (EOF 11)
+mem | pds list $V DEMO.SRC | 0 | out | ~^DEUX +TWO +000008 | out | ~^HELLO +000004 +25 | out | ~^UNO +00000A | out | =5
+mem | pds read $V DEMO.SRC deux | 0 | out | =2 | out | ~^b$
+mem | pds read $V DEMO.SRC hello | 0 | out | =25 | out | ~^17$
+mem | verify $V | 0 | out | 0 with findings
+mem | pds add $V DEMO.SRC 1BAD xyz | 2 | err | '1BAD' is not a member name
+mem | pds add $V DEMO.SRC BIG $W/n25 --raw | 1 | err | 66 bytes, not a whole number of 80-byte records
+EOF
 # ---- version: changes under a version are made by hand the way the library
 # writes them: the former image appended as a saved copy whose trailer ("VER0",
 # version 0, link) points home, the home slot stamped "VER0", 1, the copy's offset.
@@ -544,5 +573,54 @@ row 'lock | version enable $V | 0 | out | version 1 enabled'
 # a version enabled but never active is taken back with one header write, not activated first
 row 'lock | version disable $V | 0 | out | version 1 was enabled but never active: disabled; versioning stays off | out | =1'
 ok "disable of the pending version cleared the header" [ "$(peek lock.ckd 26 8)" = 0000000000000000 ]
+# space: alloc, scratch, rename, relabel, df, map, create --serial
+# sp: 3 cylinders (45 tracks); label 0/0, VTOC 0/1, free 0/2 onwards
+rows <<'EOF'
+sp | create $V D600 --cylinders 3 --serial sp0001 --owner 'Space Test' | 0 | out | labelled with an empty VTOC, serial SP0001
+sp | label $V | 0 | out | Serial: SP0001 | out | Owner-ID: E2979183854040E385A2A340404040
+nosp | create $V D600 --cylinders 3 --serial 1BAD | 2 | err | '1BAD' is not a volume serial
+nosp | create $V D600 --cylinders 3 --serial SERIAL7 | 2 | err | 'SERIAL7' is not a volume serial
+nosp | create $V D600 --cylinders 3 --serial OK --owner 'FIFTEEN CHARSXX' | 2 | err | the owner has at most 14 characters, not 15
+nosp | create $V D600 --cylinders 3 --serial OK --no-format | 2 | err | cannot go with --no-format
+sp | alloc $V seq.data --tracks 5 | 0 | out | allocated SEQ.DATA on $V: PS FB 80/28320, 5 tracks in 1 extent: 0/2-0/6 (5 tracks); DSCB at 0/1/3
+sp | alloc $V my.pds --dsorg po --tracks 10 --dirblks 3 | 0 | out | allocated MY.PDS on $V: PO FB 80/28320, 10 tracks in 1 extent: 0/7-1/1
+# whole cylinders start at head 0: 1/2 is free, cylinder 2 is the first whole one
+sp | alloc $V big --cylinders 1 --recfm vb --lrecl 255 | 0 | out | PS VB 255/28332, 15 tracks in 1 extent: 2/0-2/14
+sp | alloc $V placed --tracks 2 --at 1:5 | 0 | out | 2 tracks in 1 extent: 1/5-1/6 (2 tracks); DSCB at 0/1/6
+sp | alloc $V other --tracks 1 --at 1:6 | 1 | err | no room at cylinder 1 head 6: 1 track from there are not all free; nothing was changed
+sp | alloc $V SEQ.DATA --tracks 1 | 1 | err | $V: data set SEQ.DATA already exists; nothing was changed
+sp | alloc $V huge --tracks 20 | 1 | err | no room: 20 tracks requested, largest free extent 8, free 11; nothing was changed
+sp | alloc $V 1bad --tracks 1 | 2 | err | '1BAD' is not a data set name
+sp | alloc $V x --tracks 1 --cylinders 1 | 2 | err | give the space as --tracks N or --cylinders N
+sp | alloc $V x --tracks 1 --bogus | 2 | err | --bogus
+sp | alloc $V x --tracks 1 --recfm fbx | 2 | err | --recfm is F, FB, V, VB or U
+sp | alloc $V x --tracks 1 --at 9:0 | 2 | err | --at 9:0 is not on the volume
+sp | pds list $V MY.PDS | 0 | err | the directory of MY.PDS holds no members
+sp | ls $V | 0 | out | Volume SP0001: D600, 3 cylinders of 15 tracks, 4 data sets | out | ~^BIG +F1 +PS +VB +255 +28332 .* 15 +0 +0% +2/0-2/14$ | out | ~^PLACED .* 1/5-1/6$
+sp | vtoc $V | 0 | out | =4 ~DSname: (BIG|MY.PDS|PLACED|SEQ.DATA) | err | =0
+sp | rename $V seq.data seq.new | 0 | out | renamed SEQ.DATA to SEQ.NEW on $V
+sp | rename $V seq.new my.pds | 1 | err | data set MY.PDS already exists; nothing was changed
+sp | rename $V nope x | 1 | err | data set NOPE not found
+sp | rename $V my.pds a..b | 2 | err | is not a data set name
+sp | scratch $V placed | 0 | out | scratched PLACED on $V: 2 tracks free again
+sp | scratch $V placed | 1 | err | data set PLACED not found
+sp | relabel $V work02 --owner ops | 0 | out | relabelled $V: serial WORK02 (was SP0001), owner 'ops', 3 data sets
+sp | relabel $V 1bad | 2 | err | '1BAD' is not a volume serial
+sp | ls $V | 0 | out | Volume WORK02: D600, 3 cylinders of 15 tracks, 3 data sets | out | ~^SEQ.NEW +F1 +PS | out | =0 PLACED
+sp | vtoc $V | 0 | out | =3 ~DSname: (BIG|MY.PDS|SEQ.NEW) | out | WORK02
+# free: 1/2-1/14 only (45 - label - VTOC - 5 - 10 - 15 = 13 tracks)
+sp | df $V | 0 | out | ~^1/2 +1/14 +13 +0$ | out | free: 13 tracks (0 whole cylinders) in 1 extent; allocated: 32 tracks; volume: 45 tracks | out | =0 note:
+sp | map $V | 0 | out | cyl 0             LVcccccbbbbbbbb | out | cyl 1             bb............. | out | cyl 2             aaaaaaaaaaaaaaa | out | a BIG  b MY.PDS  c SEQ.NEW
+sp | map $V --svg $W/sp.svg | 0 | out | wrote $W/sp.svg: 3 cylinders, 3 data sets
+sp | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
+EOF
+ok "create refusals left no file" [ ! -e nosp.ckd ]
+ok "df --json: 13 free tracks in one extent from track 17, the Format-5 DSCB agrees" [ "$("$TOOL" df sp.ckd --json | python3 -c \
+  'import json,sys; d=json.load(sys.stdin); e=d["freeExtents"]; print(d["serial"], d["freeTracks"], d["allocatedTracks"], len(e), e[0]["firstTrack"], e[0]["tracks"], d["format5Agrees"])')" = "WORK02 13 32 1 17 13 True" ]
+ok "map --svg: well-formed SVG naming every data set" python3 -c '
+import sys, xml.etree.ElementTree as E
+root = E.parse(sys.argv[1]).getroot()
+text = " ".join(t.text or "" for t in root.iter() if t.tag.endswith("text"))
+sys.exit(0 if root.tag.endswith("svg") and all(n in text for n in ("BIG", "MY.PDS", "SEQ.NEW")) else 1)' sp.svg
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -1,17 +1,20 @@
-// ckdvol pds: list, read, replace and extract the members of a partitioned
-// data set.
+// ckdvol pds: list, read and extract the members of a partitioned data set,
+// and change them.
 //
 //   ckdvol pds list FILE DSN [--json]             directory: member, alias, TTR, size, statistics
 //   ckdvol pds read FILE DSN MEMBER [--raw|--text|--records]
-//   ckdvol pds replace FILE DSN MEMBER [INPUT] [--raw]
 //   ckdvol pds extract FILE DSN DIR [--raw] [--suffix S] [--force]
+//   ckdvol pds add|replace FILE DSN MEMBER [INPUT] [--raw] [--codepage P] [--no-stats]
+//   ckdvol pds delete FILE DSN MEMBER...
+//   ckdvol pds rename FILE DSN OLD NEW
+//   ckdvol pds alias FILE DSN MEMBER ALIAS
+//   ckdvol pds compress FILE DSN
 //
 // list, read and extract go through the data-set layer: the VTOC's own
 // extent, relative tracks with the device's real heads per cylinder, every
-// record format. A member is rewritten in place by the access method,
-// keeping its blocks and its number of records, so `replace` checks the
-// input against the member first and changes nothing when it does not fit.
-// Only `replace` opens the volume for writing.
+// record format. The changes are made in memory by a PdsEditor (new blocks
+// behind the data set's used space, the directory rewritten in name order)
+// and written as one journaled change; a refusal writes nothing.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,29 +29,18 @@
 #include <string>
 #include <vector>
 
-#include "ckdfile/emulated_ckd_file.h"
 #include "command.h"
-#include "common/data_translator.h"
 #include "data_sets.h"
-#include "journaled_change.h"
-#include "open_failure.h"
-#include "pds/basic_partitioned_access_method.h"
+#include "data_input.h"
 #include "stdout_notes.h"
 #include "text_output.h"
 #include "tool_util.h"
-#include "volume/dsk_volume.h"
-#include "vtoc_fallback.h"
 
 namespace ckdvol_tool {
 namespace {
 
-using Bpam = BasicPartionedAccessMethod;
 using ckdvol::MemberInfo;
 using Json = nlohmann::ordered_json;
-
-constexpr unsigned char kEbcdicBlank = 0x40;
-constexpr int kDscbTracksPerCylinder = 15;
-const DataTranslator kText(DataTranslator::XLATE_EBCDIC_ASCII);
 
 std::string hex(unsigned value, int width) {
   char buf[16];
@@ -56,296 +48,116 @@ std::string hex(unsigned value, int width) {
   return buf;
 }
 
-// An open volume and the data set on it.
-struct OpenPds {
-  VolumeLock lock;  // exclusive for replace, else shared; released last
-  EmulatedCKDfile file;
-  DskVolume volume;
-  std::unique_ptr<Bpam> pds;
-  ~OpenPds() {
-    pds.reset();
-    volume.close();
-    file.close();
-  }
-};
+const char* const kWriteHelp =
+    "\n"
+    "Text input (UTF-8 or --encoding latin1, LF or CRLF line ends) is translated\n"
+    "through the code page; for RECFM F and FB each line becomes a record padded with\n"
+    "blanks to LRECL (a longer line is refused, naming it), for V, VB and U trailing\n"
+    "blanks are removed. --raw takes the bytes 'ckdvol cat --records' writes (F/FB:\n"
+    "records of LRECL bytes back to back). The new blocks go behind the data set's\n"
+    "used space (the old ones stay until 'pds compress'). A text member gets\n"
+    "statistics ($USER, now; a replaced member keeps its created date and version);\n"
+    "--raw and --no-stats give none. A full directory or a full data set is refused\n"
+    "before anything is written; the change is one journaled change.\n";
 
-// Opens FILE and the data set DSN; on failure explains it and returns the
-// exit status in `status`.
-std::unique_ptr<OpenPds> openPds(const std::string& path, const std::string& dsn, bool readOnly,
-                                 int& status) {
-  std::unique_ptr<OpenPds> p(new OpenPds());
-  if ((status = p->lock.acquire(path, !readOnly)) != kExitOk) return nullptr;
-  int rc = p->file.open(path.c_str(), readOnly);
-  if (rc < 0) {
-    status = openFailed(path, rc, errno, p->file.errorText);
-    return nullptr;
-  }
-  {
-    // The volume open writes "vtoc.initialize errno is N" on failure: a note.
-    StdoutNotes notes(path);
-    rc = p->volume.open(&p->file);
-  }
-  if (rc != 0) {
-    // A VTOC the volume classes refuse may still be read from its own
-    // extent; the data set is then looked up among those DSCBs.
-    ckdvol::VtocInfo info;
-    std::string error;
-    if (ckdvol::scanVtoc(p->file, info, error) != ckdvol::kScanOk) {
-      status = fail(path, "cannot read the volume label or the VTOC: " + error + (readOnly ? "" : "; nothing was changed"));
-      return nullptr;
-    }
-    std::fprintf(stderr,
-                 "ckdvol: note: %s: the volume classes' VTOC reader refuses this volume; the data set is "
-                 "looked up among the DSCBs of the VTOC's own extent\n",
-                 path.c_str());
-    fillFromExtent(p->file, info, p->volume.vtoc);
-  }
-  if (dsn.empty()) {
-    status = failWith(kExitUsage, "no data set name given");
-    return nullptr;
-  }
-  p->pds.reset(new Bpam(p->volume));
-  rc = p->pds->openDataset(dsn.c_str());
-  std::string cause;
-  switch (rc) {
-    case Bpam::kOpenOk:
-      return p;
-    case Bpam::kOpenNoName:
-      cause = "no data set name given";
-      break;
-    case Bpam::kOpenNotFound: {
-      ckdvol::VtocInfo vtoc;
-      std::string error;
-      std::vector<std::string> names;
-      if (ckdvol::scanVtoc(p->file, vtoc, error) == ckdvol::kScanOk) {
-        for (const ckdvol::DataSetInfo& d : vtoc.dataSets) names.push_back(d.name);
-      }
-      cause = "data set " + dsn + " not found (no Format-1 DSCB of that name)" +
-              didYouMean(nearNames(names, dsn));
-      break;
-    }
-    case Bpam::kOpenNotPartitioned: {
-      const Format1DSCB* f1 = p->volume.vtoc.locateDataset(dsn.c_str());
-      cause = "data set " + dsn + " is not partitioned (DSORG " +
-              (f1 != nullptr ? hex(f1->getDSorg(), 4) : std::string("?")) +
-              ", wanted 0200 or 0300)";
-      break;
-    }
-    case Bpam::kOpenNoExtent:
-      cause = "data set " + dsn + " has no extent";
-      break;
-    case Bpam::kOpenUnreadable:
-      cause = "the first track of data set " + dsn + " cannot be read";
-      break;
-    case Bpam::kOpenNoFirstRecord:
-      cause = "data set " + dsn + " has no directory (its first track holds no record 1)";
-      break;
-    default:
-      cause = "data set " + dsn + " cannot be opened (result " + std::to_string(rc) + ")";
-  }
-  status = fail(path, readOnly ? cause : cause + "; nothing was changed");
-  return nullptr;
-}
+// ---- changes: add, replace, delete, rename, alias, compress ----------------------
 
-// Total tracks of the extents as the access method counts them.
-long long extentTracks(const Bpam& pds) {
-  long long total = 0;
-  for (int i = 0; i < pds.extents.count; ++i) {
-    const Bpam::Extent* e = pds.extents.get(i);
-    if (e != nullptr && e->tracks > 0) total += e->tracks;
-  }
-  return total;
-}
-
-// Explains a failed readMember/replaceMember result.
-std::string memberFailure(const OpenPds& p, const std::string& dsn, const std::string& member,
-                          int rc) {
-  const Bpam& pds = *p.pds;
-  switch (rc) {
-    case Bpam::kReadNoMember:
-      return "member " + member + " not found in data set " + dsn;
-    case Bpam::kReadOutsideExtents:
-    case Bpam::kReplaceOutsideExtents: {
-      std::string s = "member " + member + " of data set " + dsn + " starts at relative track " +
-                      std::to_string(pds.memberTrack) + ", beyond the " +
-                      std::to_string(extentTracks(pds)) +
-                      " tracks of the data set's extents as the access method counts them (" +
-                      std::to_string(kDscbTracksPerCylinder) + " tracks per cylinder)";
-      unsigned heads = p.file.tracksPerCylinder;
-      if (heads != kDscbTracksPerCylinder) {
-        s += "; this device has " + std::to_string(heads) +
-             " heads per cylinder, so for extents that span cylinders that count differs from"
-             " the real number of tracks";
-      }
-      return s;
-    }
-    case Bpam::kReadUnreadable:
-    case Bpam::kReplaceUnreadable:
-      return "the first track of member " + member + " cannot be read";
-    case Bpam::kReadUndefinedLength:
-      return "data set " + dsn + " does not hold fixed-length records (RECFM " +
-             hex(pds.recordFormat & 0xFF, 2) + ", LRECL " + std::to_string(pds.recordLength) +
-             "); its members cannot be cut into records";
-    case Bpam::kReplaceCountMismatch:
-      return "member " + member + " has " + std::to_string(pds.records.count) + " records but " +
-             std::to_string(pds.newRecords.count) + " were given; nothing changed";
-    case Bpam::kReplaceBlockWrite:
-      return "a block of member " + member + " could not be rewritten";
-    case Bpam::kReplaceTrackWrite:
-      // The write-back that failed is the one of the track still held: a
-      // failure on the way to the next track ends the walk there.
-      if (p.file.currentCyl != 0xFFFFFFFFu) {
-        return "the track at cylinder " + std::to_string(p.file.currentCyl) + " head " +
-               std::to_string(p.file.currentHead) + " of member " + member + " could not be written" +
-               (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string());
-      }
-      return "a track of member " + member + " could not be written";
-    default:
-      return "member " + member + ": result " + std::to_string(rc);
-  }
-}
-
-// Reads all of `path` (standard input when empty) into `data`. False after
-// a message naming the input and the cause (a directory, a read error).
-bool readInput(const std::string& path, std::string& data) {
-  const std::string name = path.empty() ? "standard input" : path;
-  int fd = STDIN_FILENO;
-  if (!path.empty()) {
-    fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-      fail(name, std::string("cannot read the input: ") + std::strerror(errno));
-      return false;
-    }
-  }
-  struct stat st;
-  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
-    if (fd != STDIN_FILENO) ::close(fd);
-    fail(name, "cannot read the input: it is a directory; give a file with the member's new text");
-    return false;
-  }
-  char buf[65536];
-  ssize_t n;
-  while ((n = ::read(fd, buf, sizeof buf)) != 0) {
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      const int err = errno;
-      if (fd != STDIN_FILENO) ::close(fd);
-      fail(name, std::string("cannot read the input: ") + std::strerror(err));
-      return false;
-    }
-    data.append(buf, static_cast<size_t>(n));
-  }
-  if (fd != STDIN_FILENO) ::close(fd);
+// Member names are checked before the volume is opened (exit 2).
+bool badMemberName(const std::string& name, int& status) {
+  if (ckdvol::validMemberName(upperName(name))) return false;
+  status = failWith(kExitUsage, "'" + name + "' is not a member name (1 to 8 characters: A-Z @ # $ first, then those or 0-9)");
   return true;
 }
 
-// ---- replace -------------------------------------------------------------------
-
-// The track slots replaceMember rewrites: from the member's first block
-// along its blocks, as the library walks them, to the track where the walk
-// stops (written back last). False when a track cannot be read.
-bool memberSlots(Bpam& pds, EmulatedCKDfile& f, std::vector<uint64_t>& slots) {
-  int cyl = 0, head = 0;
-  if (!pds.tt2cchh(pds.memberTrack, cyl, head)) return false;
-  if (f.readTrack(static_cast<unsigned>(cyl), static_cast<unsigned short>(head), 0) != EmulatedCKDfile::kTrackOk) {
-    return false;
-  }
-  auto add = [&] {
-    const long long at = f.getOffset(f.currentCyl, f.currentHead, f.currentCell, true);
-    if (at >= 0 && (slots.empty() || slots.back() != static_cast<uint64_t>(at))) slots.push_back(static_cast<uint64_t>(at));
-  };
-  add();
-  const void* ref = f.searchRecord(nullptr, static_cast<unsigned>(cyl), static_cast<unsigned short>(head),
-                                   static_cast<unsigned char>(pds.memberRecord));
-  while (ref != nullptr) {
-    add();
-    const int length = f.getRefDL(ref);
-    const unsigned char* data = f.getRefData(ref);
-    const unsigned char* end = f.trackBuffer + f.trackSlotSize;
-    if (length <= 0 || data == nullptr || data < f.trackBuffer || data >= end || length > end - data ||
-        length > pds.blockSize || length % pds.recordLength != 0) {
-      break;
-    }
-    ref = f.locateNext(ref, true);
-  }
-  add();
-  return true;
-}
-
-
-int runReplace(const std::string& path, const std::string& dsn, const std::string& member,
-               const std::string& input, bool raw) {
-  std::string data;
-  const bool fromStdin = input.empty() || input == "-";
-  const std::string source = fromStdin ? "standard input" : input;
-  if (!readInput(fromStdin ? std::string() : input, data)) return kExitFailure;
-
+int runWrite(const std::string& path, const std::string& dsn, const std::string& member, const std::string& input,
+             const InputOptions& in, bool noStats, bool replace) {
   int status = kExitOk;
-  std::unique_ptr<OpenPds> p = openPds(path, upperName(dsn), false, status);
-  if (!p) return status;
-  Bpam& pds = *p->pds;
-  int rc = pds.readMember(member.c_str());
-  if (rc != Bpam::kReadOk) {
-    return fail(path, memberFailure(*p, upperName(dsn), upperName(member), rc) + "; nothing was changed");
-  }
-  const int lrecl = pds.recordLength;
-  const int count = pds.records.count;
+  if (badMemberName(member, status)) return status;
+  std::string data;
+  if (!readAllInput(input, data)) return kExitFailure;
+  const std::string source = input.empty() || input == "-" ? "standard input" : input;
+  const std::string name = upperName(member);
+  return changePds(path, dsn, replace ? "pds replace" : "pds add",
+                   [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     if (replace && pds.find(name) == nullptr) {
+                       error = "member " + name + " not found in " + ds.name + " ('ckdvol pds add' adds it)";
+                       return false;
+                     }
+                     ckdvol::MemberWrite w;
+                     uint64_t records = 0;
+                     if (!writeInputMember(pds, ds, name, data, source, in, noStats, replace, w, records, error)) {
+                       return false;
+                     }
+                     summary = ds.name + "(" + name + ") " + (replace ? "replaced" : "added") + ": " +
+                               count(records, "record") + ", " + count(w.blocks, "block") + ", " +
+                               count(w.tracks, "track");
+                     return true;
+                   });
+}
 
-  // Every new record is padded to the record length with EBCDIC blanks here,
-  // so an empty line still makes a record.
-  std::vector<std::string> lines;
-  if (raw) {
-    if (data.size() % static_cast<size_t>(lrecl) != 0) {
-      return fail(path, source + " holds " + std::to_string(data.size()) +
-                            " bytes, not a whole number of " + std::to_string(lrecl) +
-                            "-byte records; member " + member + " not changed");
-    }
-    for (size_t off = 0; off < data.size(); off += static_cast<size_t>(lrecl)) {
-      lines.push_back(data.substr(off, static_cast<size_t>(lrecl)));
-    }
-  } else {
-    size_t start = 0;
-    while (start < data.size()) {
-      size_t nl = data.find('\n', start);
-      size_t end = nl == std::string::npos ? data.size() : nl;
-      std::string line = data.substr(start, end - start);
-      if (!line.empty() && line.back() == '\r') line.pop_back();
-      if (line.size() > static_cast<size_t>(lrecl)) {
-        return fail(path, "line " + std::to_string(lines.size() + 1) + " of " + source + " has " +
-                              std::to_string(line.size()) +
-                              " characters, more than the record length " + std::to_string(lrecl) +
-                              "; member " + member + " not changed");
-      }
-      kText.copyA2E(&line[0], line.data(), static_cast<unsigned>(line.size()));
-      line.resize(static_cast<size_t>(lrecl), static_cast<char>(kEbcdicBlank));
-      lines.push_back(line);
-      start = end + 1;
-    }
+int runDelete(const std::string& path, const std::string& dsn, const std::vector<std::string>& members) {
+  int status = kExitOk;
+  for (const std::string& m : members) {
+    if (badMemberName(m, status)) return status;
   }
-  if (static_cast<int>(lines.size()) != count) {
-    return fail(path, "member " + member + " has " + std::to_string(count) + " records of " +
-                          std::to_string(lrecl) + " bytes but " + source + " gives " +
-                          std::to_string(lines.size()) + (raw ? " records" : " lines") +
-                          "; a member keeps its size, so nothing was changed");
-  }
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (pds.setRecord(static_cast<int>(i), lines[i].data(), static_cast<int>(lines[i].size())) !=
-        Bpam::kSetOk) {
-      return fail(path, "record " + std::to_string(i + 1) + " was refused; member " + member +
-                            " not changed");
-    }
-  }
-  std::vector<uint64_t> slots;
-  if (!memberSlots(pds, p->file, slots)) {
-    return fail(path, "cannot read the tracks of member " + upperName(member) + "; nothing was changed");
-  }
-  status = journaledChange(p->file, path, "pds replace", slots, [&]() -> std::string {
-    const int r = pds.replaceMember(member.c_str());
-    return r == Bpam::kReplaceOk ? std::string() : memberFailure(*p, upperName(dsn), upperName(member), r);
-  });
-  if (status != kExitOk) return status;
-  if (p->file.close() != 0) return fail(path, "closing the volume failed after the member was replaced");
-  return kExitOk;
+  return changePds(path, dsn, "pds delete",
+                   [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     std::string missing, names;
+                     for (const std::string& m : members) {
+                       const std::string name = upperName(m);
+                       if (pds.find(name) == nullptr) {
+                         missing += (missing.empty() ? "" : ", ") + name;
+                       } else if (pds.remove(name, error)) {
+                         names += (names.empty() ? "" : ", ") + name;
+                       }
+                     }
+                     if (!missing.empty()) {
+                       error = "not in " + ds.name + ": " + missing;
+                       return false;
+                     }
+                     summary = ds.name + ": deleted " + names;
+                     return true;
+                   });
+}
+
+int runRename(const std::string& path, const std::string& dsn, const std::string& from, const std::string& to) {
+  int status = kExitOk;
+  if (badMemberName(from, status) || badMemberName(to, status)) return status;
+  return changePds(path, dsn, "pds rename",
+                   [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     if (!pds.rename(upperName(from), upperName(to), error)) return false;
+                     summary = ds.name + "(" + upperName(from) + ") renamed to " + upperName(to);
+                     return true;
+                   });
+}
+
+int runAlias(const std::string& path, const std::string& dsn, const std::string& member, const std::string& alias) {
+  int status = kExitOk;
+  if (badMemberName(member, status) || badMemberName(alias, status)) return status;
+  return changePds(path, dsn, "pds alias",
+                   [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     const ckdvol::DirectoryEntry* m = pds.find(member);
+                     if (m != nullptr && m->alias()) {
+                       error = upperName(member) + " is itself an alias in " + ds.name + "; name the member it points at";
+                       return false;
+                     }
+                     if (!pds.addAlias(upperName(alias), upperName(member), error)) return false;
+                     summary = ds.name + "(" + upperName(alias) + ") added as an alias of " + upperName(member);
+                     return true;
+                   });
+}
+
+int runCompress(const std::string& path, const std::string& dsn) {
+  return changePds(path, dsn, "pds compress",
+                   [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     const ckdvol::Ttr before = pds.usedEnd();
+                     ckdvol::CompressSummary s;
+                     if (!pds.compress(s, error)) return false;
+                     summary = ds.name + " compressed: " + count(s.members, "member") + ", " + count(s.blocks, "block") +
+                               " moved; the used space ends at TTR " + hex(s.end.track, 4) + hex(s.end.record, 2) +
+                               " (it ended at " + hex(before.track, 4) + hex(before.record, 2) + ")";
+                     return true;
+                   });
 }
 
 // ---- list ----------------------------------------------------------------------
@@ -587,12 +399,14 @@ void addReadOptions(CLI::App& app, ReadOptions& o, bool withText) {
 }
 
 const CommandRegistration kRegistration(Command{
-    "pds", "List, read, replace or extract members of a partitioned data set", 60,
+    "pds", "List, read, extract, add, replace, delete, rename or alias members; compress", 60,
     [](CLI::App& app) -> std::function<int()> {
       struct Args {
-        std::string file, dsn, member, input, dir, suffix;
-        bool raw = false, json = false, force = false;
+        std::string file, dsn, member, other, input, dir, suffix;
+        std::vector<std::string> members;
+        bool json = false, force = false, noStats = false;
         ReadOptions read, extract;
+        InputOptions in;
       };
       auto a = std::make_shared<Args>();
       app.require_subcommand(1);
@@ -624,20 +438,6 @@ const CommandRegistration kRegistration(Command{
                                "block) ends with status 1, a message naming the block, and no output.\n") +
                    kTextOptionsHelp);
 
-      CLI::App* replace = app.add_subcommand(
-          "replace", "Replace a member's records in place from INPUT or standard input");
-      replace->footer(
-          "Text lines are translated to EBCDIC (code page 037, ISO-8859-1 input). The member\n"
-          "keeps its size: the input must give exactly as many records as the member has,\n"
-          "each at most the record length (shorter ones are padded with blanks); otherwise\n"
-          "nothing is changed. Only fixed-length records are replaced.");
-      replace->add_option("FILE", a->file, "Volume file")->required();
-      replace->add_option("DSN", a->dsn, "Data set name (any case)")->required();
-      replace->add_option("MEMBER", a->member, "Member name (any case)")->required();
-      replace->add_option("INPUT", a->input, "Input file (default: standard input)");
-      replace->add_flag("--raw", a->raw,
-                        "INPUT holds EBCDIC records of exactly the record length, back to back");
-
       CLI::App* extract = app.add_subcommand("extract", "Write every member to a file DIR/MEMBER");
       extract->add_option("FILE", a->file, "Volume file")->required();
       extract->add_option("DSN", a->dsn, "Data set name (any case)")->required();
@@ -654,11 +454,87 @@ const CommandRegistration kRegistration(Command{
                                   "others are written, and the status is 1 with the failures named.\n") +
                       kTextOptionsHelp);
 
-      return [a, list, read, replace, extract]() -> int {
+      auto write = [&app, a](const char* name, const char* what, const char* intro, const char* examples) {
+        CLI::App* c = app.add_subcommand(name, what);
+        c->add_option("FILE", a->file, "Volume file")->required();
+        c->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+        c->add_option("MEMBER", a->member, "Member name (any case)")->required();
+        c->add_option("INPUT", a->input, "Input file (default: standard input)");
+        addInputOptions(*c, a->in);
+        c->add_flag("--no-stats", a->noStats, "Leave the directory entry without statistics");
+        c->footer(std::string(intro) + kWriteHelp + "\nExamples:\n" + examples);
+        return c;
+      };
+      CLI::App* add = write("add", "Add a member from INPUT or standard input",
+                            "The member must not exist ('pds replace' changes one).\n",
+                            "  ckdvol pds add sys.ckd USER.SOURCE HELLO hello.txt\n"
+                            "  ckdvol cat a.ckd 'X.LOAD(PGM)' --records | ckdvol pds add b.ckd X.LOAD PGM --raw\n");
+      CLI::App* replace = write("replace", "Give a member new contents from INPUT or standard input",
+                                "The member must exist (add makes a new one); its new contents may have any\n"
+                                "number of records.\n",
+                                "  ckdvol pds replace sys.ckd USER.SOURCE HELLO hello.txt\n"
+                                "  ckdvol pds replace sys.ckd SYS1.PARMLIB IEASYS01 new.txt --codepage 1047\n");
+
+      CLI::App* del = app.add_subcommand("delete", "Delete members (their directory entries)");
+      del->add_option("FILE", a->file, "Volume file")->required();
+      del->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      del->add_option("MEMBER", a->members, "Member or alias names (any case)")->required();
+      del->footer(
+          "Removes the directory entries; the members' blocks stay in the data set's space\n"
+          "until 'ckdvol pds compress'. Deleting a member leaves its aliases pointing at its\n"
+          "data. When any name is missing, nothing is deleted.\n"
+          "\n"
+          "Examples:\n"
+          "  ckdvol pds delete sys.ckd USER.SOURCE OLD1 OLD2\n");
+
+      CLI::App* ren = app.add_subcommand("rename", "Rename a member or an alias");
+      ren->add_option("FILE", a->file, "Volume file")->required();
+      ren->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      ren->add_option("OLD", a->member, "Current name (any case)")->required();
+      ren->add_option("NEW", a->other, "New name (any case); must not exist")->required();
+      ren->footer(
+          "The entry keeps its TTR and its user data (statistics); only the directory\n"
+          "changes.\n"
+          "\n"
+          "Examples:\n"
+          "  ckdvol pds rename sys.ckd USER.SOURCE HELLO HELLO2\n");
+
+      CLI::App* alias = app.add_subcommand("alias", "Give a member a second name (an alias)");
+      alias->add_option("FILE", a->file, "Volume file")->required();
+      alias->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      alias->add_option("MEMBER", a->member, "The member (any case)")->required();
+      alias->add_option("ALIAS", a->other, "The alias (any case); must not exist")->required();
+      alias->footer(
+          "The alias entry has the alias flag, the member's TTR and its user data.\n"
+          "'pds list' shows it with the member it names.\n"
+          "\n"
+          "Examples:\n"
+          "  ckdvol pds alias sys.ckd USER.SOURCE HELLO HI\n");
+
+      CLI::App* compress = app.add_subcommand("compress", "Move the members together and free the space behind them");
+      compress->add_option("FILE", a->file, "Volume file")->required();
+      compress->add_option("DSN", a->dsn, "Data set name (any case)")->required();
+      compress->footer(
+          "Every member's blocks are copied one behind the other from the directory's end\n"
+          "of file on, in the order of their places, and the directory entries (aliases\n"
+          "with their members) point at the new places; the space that replaced and\n"
+          "deleted members held becomes free for new members. Data sets whose entries\n"
+          "carry user TTRs (load modules) are refused. One journaled change.\n"
+          "\n"
+          "Examples:\n"
+          "  ckdvol pds compress sys.ckd USER.SOURCE\n");
+
+      return [a, list, read, add, replace, del, ren, alias, compress, extract]() -> int {
         if (list->parsed()) return runList(a->file, a->dsn, a->json);
         if (read->parsed()) return runRead(a->file, a->dsn, a->member, a->read);
-        if (replace->parsed()) return runReplace(a->file, a->dsn, a->member, a->input, a->raw);
         if (extract->parsed()) return runExtract(a->file, a->dsn, a->dir, a->extract, a->suffix, a->force);
+        if (add->parsed() || replace->parsed()) {
+          return runWrite(a->file, a->dsn, a->member, a->input, a->in, a->noStats, replace->parsed());
+        }
+        if (del->parsed()) return runDelete(a->file, a->dsn, a->members);
+        if (ren->parsed()) return runRename(a->file, a->dsn, a->member, a->other);
+        if (alias->parsed()) return runAlias(a->file, a->dsn, a->member, a->other);
+        if (compress->parsed()) return runCompress(a->file, a->dsn);
         return kExitUsage;
       };
     }});

@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 #include "command.h"
+#include "journaled_change.h"
 #include "edit/statistics.h"
 #include "open_failure.h"
 #include "tool_util.h"
@@ -142,6 +144,34 @@ ckdvol::Bytes textStatistics(uint64_t lines, const ckdvol::DirectoryEntry* previ
   const char* user = std::getenv("USER");
   const uint32_t count = lines > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(lines);
   return ckdvol::encodeStatistics(count, when, user != nullptr ? user : "", keep ? &old : nullptr);
+}
+
+bool writeInputMember(ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, const std::string& member,
+                      const std::string& data, const std::string& source, const InputOptions& o, bool noStats,
+                      bool replace, ckdvol::MemberWrite& w, uint64_t& records, std::string& error) {
+  std::vector<ckdvol::Bytes> blocks;
+  error = inputBlocks(data, source, ds, o, blocks, records);
+  if (!error.empty()) return false;
+  const ckdvol::Bytes stats = o.raw || noStats ? ckdvol::Bytes() : textStatistics(records, pds.find(member));
+  return pds.writeMember(member, blocks, stats, replace, w, error);
+}
+
+int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit) {
+  ScannedVolume v;
+  int status = openForChange(path, v);
+  if (status != kExitOk) return status;
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  if (ds == nullptr) return status;
+  const std::string nothing = "; nothing was changed";
+  if (!ds->partitioned()) return fail(path, ds->name + " is not a partitioned data set" + nothing);
+  ckdvol::StagedTracks staged(v.file);
+  ckdvol::PdsEditor pds(staged, *ds);
+  std::string error, summary;
+  if (!pds.load(error) || !edit(pds, *ds, summary, error) || !pds.commit(error)) return fail(path, error + nothing);
+  status = journaledChange(staged, path, command.c_str());
+  if (status != kExitOk) return status;
+  std::printf("%s\n", summary.c_str());
+  return kExitOk;
 }
 
 void addInputOptions(CLI::App& app, InputOptions& o) {

@@ -6,6 +6,7 @@
 #ifndef CKDVOL_TOOLS_CKDVOL_DATA_INPUT_H_
 #define CKDVOL_TOOLS_CKDVOL_DATA_INPUT_H_
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,27 @@ std::string inputBlocks(const std::string& data, const std::string& source, cons
 // The user data of a text member of `lines` lines written now by $USER,
 // keeping `previous`'s created date and version when it holds statistics.
 ckdvol::Bytes textStatistics(uint64_t lines, const ckdvol::DirectoryEntry* previous);
+
+// Writes member `member` (any case) of `ds` through `pds` from `data` (read
+// from `source`): its records for the data set's format, and unless `o.raw`
+// or `noStats` the statistics of a text member (keeping those of the member
+// it replaces). An existing member is refused unless `replace`. False with
+// `error`; nothing is staged before the editor's commit.
+bool writeInputMember(ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, const std::string& member,
+                      const std::string& data, const std::string& source, const InputOptions& o, bool noStats,
+                      bool replace, ckdvol::MemberWrite& w, uint64_t& records, std::string& error);
+
+// One change of a partitioned data set: `edit` makes it in a loaded
+// PdsEditor and says what it did in `summary`, or returns false with `error`.
+using PdsEdit = std::function<bool(ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary,
+                                   std::string& error)>;
+
+// Opens `path` for a change, finds the partitioned data set `dsn` (any
+// case), loads its directory and runs `edit`; then stages the directory and
+// the end of data and writes the whole as one journaled change called
+// `command`, printing the summary. Every refusal comes before anything is
+// written and says that nothing was changed. Returns the exit status.
+int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit);
 
 // Reads all of `path` ("" or "-": standard input) into `data`. False after
 // a message.
