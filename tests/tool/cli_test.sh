@@ -577,55 +577,6 @@ ok "disable of the pending version cleared the header" [ "$(peek lock.ckd 26 8)"
 # sp: 3 cylinders (45 tracks); label 0/0, VTOC 0/1, free 0/2 onwards
 rows <<'EOF'
 sp | create $V D600 --cylinders 3 --serial sp0001 --owner 'Space Test' | 0 | out | labelled with an empty VTOC, serial SP0001
-sp | label $V | 0 | out | Serial: SP0001 | out | Owner-ID: E2979183854040E385A2A340404040
-nosp | create $V D600 --cylinders 3 --serial 1BAD | 2 | err | '1BAD' is not a volume serial
-nosp | create $V D600 --cylinders 3 --serial SERIAL7 | 2 | err | 'SERIAL7' is not a volume serial
-nosp | create $V D600 --cylinders 3 --serial OK --owner 'FIFTEEN CHARSXX' | 2 | err | the owner has at most 14 characters, not 15
-nosp | create $V D600 --cylinders 3 --serial OK --no-format | 2 | err | cannot go with --no-format
-sp | alloc $V seq.data --tracks 5 | 0 | out | allocated SEQ.DATA on $V: PS FB 80/28320, 5 tracks in 1 extent: 0/2-0/6 (5 tracks); DSCB at 0/1/3
-sp | alloc $V my.pds --dsorg po --tracks 10 --dirblks 3 | 0 | out | allocated MY.PDS on $V: PO FB 80/28320, 10 tracks in 1 extent: 0/7-1/1
-# whole cylinders start at head 0: 1/2 is free, cylinder 2 is the first whole one
-sp | alloc $V big --cylinders 1 --recfm vb --lrecl 255 | 0 | out | PS VB 255/28332, 15 tracks in 1 extent: 2/0-2/14
-sp | alloc $V placed --tracks 2 --at 1:5 | 0 | out | 2 tracks in 1 extent: 1/5-1/6 (2 tracks); DSCB at 0/1/6
-sp | alloc $V other --tracks 1 --at 1:6 | 1 | err | no room at cylinder 1 head 6: 1 track from there are not all free; nothing was changed
-sp | alloc $V SEQ.DATA --tracks 1 | 1 | err | $V: data set SEQ.DATA already exists; nothing was changed
-sp | alloc $V huge --tracks 20 | 1 | err | no room: 20 tracks requested, largest free extent 8, free 11; nothing was changed
-sp | alloc $V 1bad --tracks 1 | 2 | err | '1BAD' is not a data set name
-sp | alloc $V x --tracks 1 --cylinders 1 | 2 | err | give the space as --tracks N or --cylinders N
-sp | alloc $V x --tracks 1 --bogus | 2 | err | --bogus
-sp | alloc $V x --tracks 1 --recfm fbx | 2 | err | --recfm is F, FB, V, VB or U
-sp | alloc $V x --tracks 1 --at 9:0 | 2 | err | --at 9:0 is not on the volume
-sp | pds list $V MY.PDS | 0 | err | the directory of MY.PDS holds no members
-sp | ls $V | 0 | out | Volume SP0001: D600, 3 cylinders of 15 tracks, 4 data sets | out | ~^BIG +F1 +PS +VB +255 +28332 .* 15 +0 +0% +2/0-2/14$ | out | ~^PLACED .* 1/5-1/6$
-sp | vtoc $V | 0 | out | =4 ~DSname: (BIG|MY.PDS|PLACED|SEQ.DATA) | err | =0
-sp | rename $V seq.data seq.new | 0 | out | renamed SEQ.DATA to SEQ.NEW on $V
-sp | rename $V seq.new my.pds | 1 | err | data set MY.PDS already exists; nothing was changed
-sp | rename $V nope x | 1 | err | data set NOPE not found
-sp | rename $V my.pds a..b | 2 | err | is not a data set name
-sp | scratch $V placed | 0 | out | scratched PLACED on $V: 2 tracks free again
-sp | scratch $V placed | 1 | err | data set PLACED not found
-sp | relabel $V work02 --owner ops | 0 | out | relabelled $V: serial WORK02 (was SP0001), owner 'ops', 3 data sets
-sp | relabel $V 1bad | 2 | err | '1BAD' is not a volume serial
-sp | ls $V | 0 | out | Volume WORK02: D600, 3 cylinders of 15 tracks, 3 data sets | out | ~^SEQ.NEW +F1 +PS | out | =0 PLACED
-sp | vtoc $V | 0 | out | =3 ~DSname: (BIG|MY.PDS|SEQ.NEW) | out | WORK02
-# free: 1/2-1/14 only (45 - label - VTOC - 5 - 10 - 15 = 13 tracks)
-sp | df $V | 0 | out | ~^1/2 +1/14 +13 +0$ | out | free: 13 tracks (0 whole cylinders) in 1 extent; allocated: 32 tracks; volume: 45 tracks | out | =0 note:
-sp | map $V | 0 | out | cyl 0             LVcccccbbbbbbbb | out | cyl 1             bb............. | out | cyl 2             aaaaaaaaaaaaaaa | out | a BIG  b MY.PDS  c SEQ.NEW
-sp | map $V --svg $W/sp.svg | 0 | out | wrote $W/sp.svg: 3 cylinders, 3 data sets
-sp | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
-EOF
-ok "create refusals left no file" [ ! -e nosp.ckd ]
-ok "df --json: 13 free tracks in one extent from track 17, the Format-5 DSCB agrees" [ "$("$TOOL" df sp.ckd --json | python3 -c \
-  'import json,sys; d=json.load(sys.stdin); e=d["freeExtents"]; print(d["serial"], d["freeTracks"], d["allocatedTracks"], len(e), e[0]["firstTrack"], e[0]["tracks"], d["format5Agrees"])')" = "WORK02 13 32 1 17 13 True" ]
-ok "map --svg: well-formed SVG naming every data set" python3 -c '
-import sys, xml.etree.ElementTree as E
-root = E.parse(sys.argv[1]).getroot()
-text = " ".join(t.text or "" for t in root.iter() if t.tag.endswith("text"))
-sys.exit(0 if root.tag.endswith("svg") and all(n in text for n in ("BIG", "MY.PDS", "SEQ.NEW")) else 1)' sp.svg
-# space: alloc, scratch, rename, relabel, df, map, create --serial
-# sp: 3 cylinders (45 tracks); label 0/0, VTOC 0/1, free 0/2 onwards
-rows <<'EOF'
-sp | create $V D600 --cylinders 3 --serial sp0001 --owner 'Space Test' | 0 | out | labelled with an empty VTOC, serial SP0001
 sp | label $V | 0 | out | Serial: SP0001 | out | Owner-ID: E29781838540E385A2A340404040
 nosp | create $V D600 --cylinders 3 --serial 1BAD | 2 | err | '1BAD' is not a volume serial
 nosp | create $V D600 --cylinders 3 --serial SERIAL7 | 2 | err | 'SERIAL7' is not a volume serial
