@@ -1,4 +1,6 @@
 // The change journal's writing side: begin, finish, undo.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -129,17 +131,35 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       continue;
     }
     // The first bytes decide cheaply; only a track that begins like an
-    // empty one is read whole and compared byte for byte.
+    // empty one is read further and compared byte for byte.
     constexpr size_t kPrefix = kEmptyTrackEndMarker + kEndMarkerSize;
     if (emptyTrackImage(file_, home, empty.data())) {
       if (!readAt(fd, image.data(), kPrefix, home)) {
         return fail("cannot read the track slot at file offset " + std::to_string(home));
       }
       if (std::memcmp(image.data(), empty.data(), kPrefix) == 0) {
-        if (!readAt(fd, image.data(), slot, home)) {
-          return fail("cannot read the track slot at file offset " + std::to_string(home));
+        // The rest must be zeros up to the trailer. Holes read as zeros, so
+        // only the file's data runs there are read and compared (a sparse
+        // volume's free tracks are holes past their first block).
+        bool zeros = true;
+        for (uint64_t at = home + kPrefix, to = home + slot - kTrailerSize; zeros && at < to;) {
+          uint64_t end = to;
+          errno = 0;
+          const off_t data = ::lseek(fd, static_cast<off_t>(at), SEEK_DATA);
+          if (data < 0 && errno == ENXIO) break;  // holes up to the end of the file
+          if (data >= 0) {
+            if (static_cast<uint64_t>(data) >= to) break;
+            if (static_cast<uint64_t>(data) > at) at = static_cast<uint64_t>(data);
+            const off_t hole = ::lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
+            if (hole > static_cast<off_t>(at) && static_cast<uint64_t>(hole) < to) end = static_cast<uint64_t>(hole);
+          }
+          if (!readAt(fd, image.data() + (at - home), end - at, at)) {
+            return fail("cannot read the track slot at file offset " + std::to_string(home));
+          }
+          zeros = std::memcmp(image.data() + (at - home), empty.data() + (at - home), end - at) == 0;
+          at = end;
         }
-        e.empty = std::memcmp(image.data(), empty.data(), slot - kTrailerSize) == 0;
+        e.empty = zeros;
       }
     }
     (e.empty ? elided : drop).push_back(e);
