@@ -89,6 +89,20 @@ bool StagedTracks::put(uint32_t track, const unsigned char* image, std::string& 
   return true;
 }
 
+bool StagedTracks::put(uint32_t track, std::vector<unsigned char>&& image, std::string& error) {
+  if (image.size() != slot_) {
+    error = "an image of " + std::to_string(image.size()) + " bytes for " + trackText(track) + ", whose slot holds " +
+            std::to_string(slot_);
+    return false;
+  }
+  if (track >= tracks_ || heads_ == 0) {
+    error = trackText(track) + " is not on the volume";
+    return false;
+  }
+  staged_[track] = std::move(image);
+  return true;
+}
+
 std::vector<uint64_t> StagedTracks::slots() const {
   std::vector<uint64_t> out;
   out.reserve(staged_.size());
@@ -177,6 +191,15 @@ uint8_t TrackBuilder::add(const unsigned char* key, uint32_t keyLength, const un
   end_ = static_cast<uint32_t>(p - image_.data());
   last_ = record;
   return record;
+}
+
+std::vector<unsigned char> TrackBuilder::take() {
+  image();
+  std::vector<unsigned char> out = std::move(image_);
+  image_.assign(file_.trackSlotSize, 0);
+  end_ = 0;
+  last_ = 0;
+  return out;
 }
 
 const std::vector<unsigned char>& TrackBuilder::image() {

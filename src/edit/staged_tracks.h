@@ -53,6 +53,8 @@ class CKDVOL_EXPORT StagedTracks {
   // bytes do not matter: the slot's trailer on disk is kept when written.
   // False with `error` when the track is off the volume.
   bool put(uint32_t track, const unsigned char* image, std::string& error);
+  // The same, taking over `image` (slotSize() bytes) without a copy.
+  bool put(uint32_t track, std::vector<unsigned char>&& image, std::string& error);
 
   // Record number `record` of `track`, staged for a change in place of its
   // key and data (same lengths): the pointer to its key (its data when the
@@ -110,6 +112,9 @@ class CKDVOL_EXPORT TrackBuilder {
   // The image: the records, the end marker, zeros up to and including the
   // trailer (StagedTracks keeps the slot's own trailer).
   const std::vector<unsigned char>& image();
+  // The image, handed over without a copy; the builder is spent (build no
+  // further with it).
+  std::vector<unsigned char> take();
 
  private:
   EmulatedCKDfile& file_;
