@@ -361,8 +361,7 @@ bool allocateDataSet(VtocEditor& editor, const AllocationRequest& requestIn, All
     if (i < images.size()) {
       if (!staged.put(t, images[i].data(), error)) return false;
     } else {
-      TrackBuilder empty(file, t / heads, t % heads);
-      if (!staged.put(t, empty.image().data(), error)) return false;
+      if (!staged.putEmpty(t, error)) return false;
     }
   }
   result.format1 = at;

@@ -110,7 +110,8 @@ CKDVOL_EXPORT bool chooseSpace(const FreeSpace& fs, uint32_t tracks, bool cylind
                                uint32_t limit, std::vector<TrackRun>& out, std::string& error);
 
 // Allocates the data set `request` describes on the volume of `editor`
-// (loaded), staging its DSCBs and tracks. False with `error`, nothing staged.
+// (loaded), staging its DSCBs and tracks. False with `error`, nothing staged
+// (but see vtoc_edit.h on a damaged VTOC).
 CKDVOL_EXPORT bool allocateDataSet(VtocEditor& editor, const AllocationRequest& request, AllocationResult& result,
                                    std::string& error);
 

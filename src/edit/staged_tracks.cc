@@ -33,9 +33,18 @@ std::string StagedTracks::trackText(uint32_t track) const {
   return "cylinder " + std::to_string(track / heads_) + " head " + std::to_string(track % heads_);
 }
 
+void StagedTracks::makeEmpty(uint32_t track, unsigned char* out) {
+  TrackBuilder empty(file_, track / heads_, track % heads_);
+  std::memcpy(out, empty.image().data(), slot_);
+}
+
 const unsigned char* StagedTracks::image(uint32_t track, std::string& error) {
   auto it = staged_.find(track);
-  if (it != staged_.end()) return it->second.data();
+  if (it != staged_.end()) {
+    if (!it->second.empty()) return it->second.data();
+    makeEmpty(track, scratch_.data());
+    return scratch_.data();
+  }
   if (track >= tracks_ || heads_ == 0) {
     error = trackText(track) + " is not on the volume";
     return nullptr;
@@ -51,7 +60,13 @@ const unsigned char* StagedTracks::image(uint32_t track, std::string& error) {
 
 unsigned char* StagedTracks::stage(uint32_t track, std::string& error) {
   auto it = staged_.find(track);
-  if (it != staged_.end()) return it->second.data();
+  if (it != staged_.end()) {
+    if (it->second.empty()) {
+      it->second.resize(slot_);
+      makeEmpty(track, it->second.data());
+    }
+    return it->second.data();
+  }
   const unsigned char* current = image(track, error);
   if (current == nullptr) return nullptr;
   std::vector<unsigned char>& copy = staged_[track];
@@ -103,6 +118,15 @@ bool StagedTracks::put(uint32_t track, std::vector<unsigned char>&& image, std::
   return true;
 }
 
+bool StagedTracks::putEmpty(uint32_t track, std::string& error) {
+  if (track >= tracks_ || heads_ == 0) {
+    error = trackText(track) + " is not on the volume";
+    return false;
+  }
+  std::vector<unsigned char>().swap(staged_[track]);
+  return true;
+}
+
 std::vector<uint64_t> StagedTracks::slots() const {
   std::vector<uint64_t> out;
   out.reserve(staged_.size());
@@ -113,7 +137,9 @@ std::vector<uint64_t> StagedTracks::slots() const {
 std::string StagedTracks::writeAll() {
   for (auto& s : staged_) {
     const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(s.first) * slot_;
-    unsigned char* trailer = s.second.data() + slot_ - kTrailerBytes;
+    unsigned char* image = s.second.empty() ? scratch_.data() : s.second.data();
+    if (s.second.empty()) makeEmpty(s.first, image);
+    unsigned char* trailer = image + slot_ - kTrailerBytes;
     errno = 0;
     const ssize_t n = ::pread(file_.fileDescriptor, trailer, kTrailerBytes,
                               static_cast<off_t>(offset + slot_ - kTrailerBytes));
@@ -121,7 +147,7 @@ std::string StagedTracks::writeAll() {
       return "cannot read the trailer of " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
     }
     errno = 0;
-    if (file_.writeRawTrack(offset, s.second.data()) != EmulatedCKDfile::kTrackOk) {
+    if (file_.writeRawTrack(offset, image) != EmulatedCKDfile::kTrackOk) {
       return "cannot write " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
     }
   }

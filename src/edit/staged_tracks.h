@@ -53,7 +53,11 @@ class CKDVOL_EXPORT StagedTracks {
   // bytes do not matter: the slot's trailer on disk is kept when written.
   // False with `error` when the track is off the volume.
   bool put(uint32_t track, const unsigned char* image, std::string& error);
-  // The same, taking over `image` (slotSize() bytes) without a copy.
+  // Stages the empty formatted track (home address and record zero only) for
+  // `track`, made when it is read or written: a large allocation holds no
+  // images in memory.
+  bool putEmpty(uint32_t track, std::string& error);
+  // The same as put(), taking over `image` (slotSize() bytes) without a copy.
   bool put(uint32_t track, std::vector<unsigned char>&& image, std::string& error);
 
   // Record number `record` of `track`, staged for a change in place of its
@@ -82,7 +86,9 @@ class CKDVOL_EXPORT StagedTracks {
   uint32_t heads_;
   uint32_t slot_;
   uint32_t tracks_;
-  std::map<uint32_t, std::vector<unsigned char>> staged_;
+  void makeEmpty(uint32_t track, unsigned char* out);
+
+  std::map<uint32_t, std::vector<unsigned char>> staged_;  // an empty vector: the empty formatted track
   std::vector<unsigned char> scratch_;
 };
 

@@ -43,7 +43,11 @@
 //
 // New DSCBs take the lowest-addressed empty ones. A change that needs more
 // empty DSCBs than the VTOC has (for the Format-1, its Format-3 and any
-// further Format-5 DSCBs) is refused before anything is staged.
+// further Format-5 DSCBs) is refused before anything is staged. On a
+// damaged VTOC (two DSCBs of a track with one record number) the count of
+// empty DSCBs can be wrong and the refusal comes while the Format-5 DSCBs
+// are rewritten, with part of the change staged: after any refusal a caller
+// drops the StagedTracks, as the tool does.
 //
 // Thread safety: none; one thread per object and per StagedTracks.
 #ifndef CKDVOL_EDIT_VTOC_EDIT_H_

@@ -117,6 +117,35 @@ TEST(StagedTracksTest, ReadsThroughStagingAndKeepsTheSlotsTrailer) {
   EXPECT_EQ(readAt(v.path, slotAt(1, 2) + kSlot - 16, 16), repeat(0, 16));
 }
 
+// putEmpty stages the empty formatted track without holding an image: it is
+// made when read, staged for a change or written; a moved-in image must be a
+// whole slot.
+TEST(StagedTracksTest, EmptyTracksAreMadeWhenNeeded) {
+  OpenD600 v;
+  StagedTracks staged(v.file);
+  std::string error;
+  ASSERT_TRUE(writeAt(v.path, slotAt(1, 5) + 200, hex("77")));
+  ASSERT_TRUE(writeAt(v.path, slotAt(1, 5) + kSlot - 16, trailer(2, 0x55)));
+  ASSERT_TRUE(staged.putEmpty(20, error));
+  EXPECT_FALSE(staged.putEmpty(30, error));
+  // HA: flag 00, CC 0001, HH 0005; R0 count: CC HH R 00, KL 00, DL 0008;
+  // 8 data bytes of zero; the end marker.
+  const Bytes empty = hex("00 0001 0005 0001 0005 00 00 0008 0000000000000000 FFFFFFFFFFFFFFFF");
+  const unsigned char* image = staged.image(20, error);
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(Bytes(image, image + empty.size()), empty);
+  EXPECT_EQ(image[200], 0);
+  EXPECT_EQ(staged.writeAll(), "");
+  EXPECT_EQ(readAt(v.path, slotAt(1, 5), empty.size()), empty);
+  EXPECT_EQ(readAt(v.path, slotAt(1, 5) + 200, 1), hex("00"));
+  EXPECT_EQ(readAt(v.path, slotAt(1, 5) + kSlot - 16, 16), trailer(2, 0x55)) << "the slot's trailer stays";
+  unsigned char* changed = staged.stage(20, error);
+  ASSERT_NE(changed, nullptr);
+  EXPECT_EQ(Bytes(changed, changed + empty.size()), empty);
+  EXPECT_FALSE(staged.put(21, std::vector<unsigned char>(kSlot - 1), error));
+  EXPECT_FALSE(staged.staged(21));
+}
+
 }  // namespace
 
 namespace {
