@@ -428,6 +428,8 @@ mem | verify $V | 0 | out | 0 with findings
 mem | pds add $V DEMO.SRC 1BAD xyz | 2 | err | '1BAD' is not a member name
 mem | pds add $V DEMO.SRC BIG $W/n25 --raw | 1 | err | 66 bytes, not a whole number of 80-byte records
 EOF
+SOURCE_DATE_EPOCH=1709300265 "$TOOL" pds add mem.ckd DEMO.SRC DATED xyz >/dev/null   # 2024-03-01 13:37:45 UTC
+ok "SOURCE_DATE_EPOCH dates the statistics" grep -qE '^DATED .* 01\.00 +2024\.061 +2024\.061 13:37:45' <("$TOOL" pds list mem.ckd DEMO.SRC)
 # ---- version: changes under a version are made by hand the way the library
 # writes them: the former image appended as a saved copy whose trailer ("VER0",
 # version 0, link) points home, the home slot stamped "VER0", 1, the copy's offset.

@@ -56,7 +56,8 @@ const char* const kWriteHelp =
     "blanks are removed. --raw takes the bytes 'ckdvol cat --records' writes (F/FB:\n"
     "records of LRECL bytes back to back). The new blocks go behind the data set's\n"
     "used space (the old ones stay until 'pds compress'). A text member gets\n"
-    "statistics ($USER, now; a replaced member keeps its created date and version);\n"
+    "statistics ($USER, now or $SOURCE_DATE_EPOCH; a replaced member keeps its\n"
+    "created date and version);\n"
     "--raw and --no-stats give none. A full directory or a full data set is refused\n"
     "before anything is written; the change is one journaled change.\n";
 

@@ -138,9 +138,19 @@ std::string inputBlocks(const std::string& data, const std::string& source, cons
 ckdvol::Bytes textStatistics(uint64_t lines, const ckdvol::DirectoryEntry* previous) {
   ckdvol::MemberStatistics old;
   const bool keep = previous != nullptr && ckdvol::decodeStatistics(previous->indicator, previous->userData, old);
-  const std::time_t now = std::time(nullptr);
+  // SOURCE_DATE_EPOCH (seconds since 1970, read as UTC) stands for now, so
+  // that a volume written twice comes out the same byte for byte.
   std::tm when{};
-  localtime_r(&now, &when);
+  const char* fixed = std::getenv("SOURCE_DATE_EPOCH");
+  char* end = nullptr;
+  const long long epoch = fixed != nullptr ? std::strtoll(fixed, &end, 10) : -1;
+  if (fixed != nullptr && *fixed != '\0' && *end == '\0' && epoch >= 0) {
+    const std::time_t at = static_cast<std::time_t>(epoch);
+    gmtime_r(&at, &when);
+  } else {
+    const std::time_t now = std::time(nullptr);
+    localtime_r(&now, &when);
+  }
   const char* user = std::getenv("USER");
   const uint32_t count = lines > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(lines);
   return ckdvol::encodeStatistics(count, when, user != nullptr ? user : "", keep ? &old : nullptr);

@@ -34,7 +34,8 @@ struct InputOptions {
 std::string inputBlocks(const std::string& data, const std::string& source, const ckdvol::DataSetInfo& ds,
                         const InputOptions& o, std::vector<ckdvol::Bytes>& blocks, uint64_t& records);
 
-// The user data of a text member of `lines` lines written now by $USER,
+// The user data of a text member of `lines` lines written now (or at
+// $SOURCE_DATE_EPOCH, UTC, when set) by $USER,
 // keeping `previous`'s created date and version when it holds statistics.
 ckdvol::Bytes textStatistics(uint64_t lines, const ckdvol::DirectoryEntry* previous);
 
