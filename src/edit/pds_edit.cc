@@ -178,7 +178,24 @@ bool PdsEditor::load(std::string& error) {
   std::stable_sort(entries_.begin(), entries_.end(), nameLess);
 
   // The used space: the directory, every member up to its EOF, the pointer.
+  // A member ends at the first EOF record behind its start, so when the
+  // pointer names an EOF record every member starting before it ends there
+  // at the latest: only members behind it are walked, and a change costs
+  // the directory and the member, not the whole data set.
   usedEnd_ = directoryEof_;
+  const Ttr pointer{ds_.lastBlockTrack, ds_.lastBlockRecord};
+  bool pointerIsEof = false;
+  if (pointer.track < map_.tracks() && pointer.record > 0) {
+    uint32_t cyl = 0, head = 0;
+    map_.toCylHead(pointer.track, cyl, head);
+    const unsigned char* image = staged_.image(cyl * staged_.heads() + head, error);
+    if (image == nullptr) return false;
+    walkImage(image, staged_.slotSize(), [&](const ImageRecord& r) {
+      if (r.record != pointer.record) return true;
+      pointerIsEof = r.dataLength == 0;
+      return false;
+    });
+  }
   std::map<uint32_t, bool> seen;
   for (const DirectoryEntry& e : entries_) {
     const uint32_t key = (e.ttr.track << 8) | e.ttr.record;
@@ -186,6 +203,7 @@ bool PdsEditor::load(std::string& error) {
     seen[key] = true;
     // An entry pointing past the extents has no records in them to keep.
     if (e.ttr.track >= map_.tracks()) continue;
+    if (pointerIsEof && !(pointer < e.ttr)) continue;
     Ttr eof;
     if (!findEnd(e.ttr, eof, error)) {
       error = ds_.name + "(" + e.text() + "): " + error;
@@ -193,7 +211,6 @@ bool PdsEditor::load(std::string& error) {
     }
     usedEnd_ = std::max(usedEnd_, eof);
   }
-  const Ttr pointer{ds_.lastBlockTrack, ds_.lastBlockRecord};
   if (pointer.track < map_.tracks()) usedEnd_ = std::max(usedEnd_, pointer);
   loaded_ = true;
   return true;

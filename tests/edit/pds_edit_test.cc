@@ -356,3 +356,45 @@ TEST(PdsEditTest, MemberOfSeveralTracksRoundTrips) {
 }
 
 }  // namespace
+
+namespace {
+
+// A new member goes behind the last member even when the DSCB's last-block
+// pointer lags behind it: a pointer at an EOF record spares the walk of the
+// members before it, any other pointer (a data block, none) walks them all.
+TEST(PdsEditTest, UsedSpaceEndsBehindTheLastMemberWhateverThePointerSays) {
+  // Directory EOF at 0/2; A at 0/3, EOF 0/4; B at 0/5, EOF 0/6.
+  const struct {
+    uint8_t pointer;  // record of track 0 the DSCB's pointer is set to
+    const char* what;
+  } cases[] = {{4, "A's EOF record"}, {3, "A's data block"}, {0, "no pointer"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    PdsVolume v(10, 1);
+    std::string error;
+    ASSERT_TRUE(v.edit([](PdsEditor& p, std::string& e) { return add(p, "A", member(1, 0xC1), e); }, error)) << error;
+    ASSERT_TRUE(v.edit([](PdsEditor& p, std::string& e) { return add(p, "B", member(1, 0xC2), e); }, error)) << error;
+    {
+      StagedTracks s(v.file);
+      uint32_t kl = 0, dl = 0;
+      const RecordAddress at = v.ds().address;
+      unsigned char* dscb = s.stageRecord(at.cyl * kHeads + at.head, at.record, kl, dl, error);
+      ASSERT_NE(dscb, nullptr) << error;
+      ASSERT_EQ(kl + dl, 140u);
+      const unsigned char lstar[] = {0x00, 0x00, c.pointer};  // DS1LSTAR at 98: TT, R
+      std::copy(lstar, lstar + 3, dscb + 98);
+      ASSERT_EQ(s.writeAll(), "");
+      v.rescan();
+      ASSERT_EQ(v.ds().lastBlockRecord, c.pointer);
+    }
+    StagedTracks s(v.file);
+    PdsEditor p(s, v.ds());
+    ASSERT_TRUE(p.load(error)) << error;
+    EXPECT_EQ(p.usedEnd().track * 1000 + p.usedEnd().record, 6u);
+    MemberWrite w;
+    ASSERT_TRUE(p.writeMember("C", blocked(member(1, 0xC3)), Bytes(), false, w, error)) << error;
+    EXPECT_EQ(w.first.track * 1000 + w.first.record, 7u);
+  }
+}
+
+}  // namespace
