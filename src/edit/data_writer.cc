@@ -158,6 +158,7 @@ bool DataWriter::start(uint32_t track, uint8_t afterRecord, std::string& error) 
     return false;
   }
   done_.clear();
+  stagedDone_ = 0;
   current_.reset();
   if (!open(track, error)) return false;
   if (afterRecord > 0) {
@@ -192,7 +193,7 @@ bool DataWriter::add(const unsigned char* key, uint32_t keyLength, const unsigne
     }
     uint32_t cyl = 0, head = 0;
     map_.toCylHead(track_, cyl, head);
-    done_.emplace_back(cyl * staged_.heads() + head, current_->image());
+    done_.emplace_back(cyl * staged_.heads() + head, current_->take());
     if (!open(track_ + 1, error)) return false;
     if (!current_->fits(keyLength, dataLength)) {
       error = "a block of " + std::to_string(dataLength) + " bytes does not fit on a track";
@@ -207,9 +208,13 @@ bool DataWriter::add(const unsigned char* key, uint32_t keyLength, const unsigne
 }
 
 bool DataWriter::finish(std::string& error) {
-  for (const auto& t : done_) {
-    if (!staged_.put(t.first, t.second.data(), error)) return false;
+  // The full tracks' images move into the staging (the current one is
+  // copied: the writer may go on with it).
+  for (auto& t : done_) {
+    if (!staged_.put(t.first, std::move(t.second), error)) return false;
+    ++stagedDone_;
   }
+  done_.clear();
   if (current_) {
     uint32_t cyl = 0, head = 0;
     map_.toCylHead(track_, cyl, head);

@@ -118,7 +118,7 @@ class CKDVOL_EXPORT DataWriter {
   Ttr last() const { return last_; }
   uint32_t lastBalance() const { return lastBalance_; }
   // Tracks written (each counted once).
-  uint32_t tracksWritten() const { return static_cast<uint32_t>(done_.size()) + (current_ ? 1 : 0); }
+  uint32_t tracksWritten() const { return stagedDone_ + static_cast<uint32_t>(done_.size()) + (current_ ? 1 : 0); }
 
  private:
   bool open(uint32_t track, std::string& error);
@@ -131,6 +131,7 @@ class CKDVOL_EXPORT DataWriter {
   uint32_t track_ = 0;
   std::unique_ptr<TrackBuilder> current_;
   std::vector<std::pair<uint32_t, Bytes>> done_;  // absolute track, image
+  uint32_t stagedDone_ = 0;                      // full tracks finish() staged already
   Ttr last_;
   uint32_t lastBalance_ = 0;
 };
