@@ -44,7 +44,7 @@ int runPut(const PutArgs& a) {
   ScannedVolume v;
   int status = openForChange(a.file, v);
   if (status != kExitOk) return status;
-  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status, "; nothing was changed");
   if (ds == nullptr) return status;
   const std::string nothing = "; nothing was changed";
   if (member.empty() && ds->partitioned()) {

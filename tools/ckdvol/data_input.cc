@@ -170,7 +170,7 @@ int changePds(const std::string& path, const std::string& dsn, const std::string
   ScannedVolume v;
   int status = openForChange(path, v);
   if (status != kExitOk) return status;
-  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status);
+  const ckdvol::DataSetInfo* ds = findDataSetOrFail(v, dsn, status, "; nothing was changed");
   if (ds == nullptr) return status;
   const std::string nothing = "; nothing was changed";
   if (!ds->partitioned()) return fail(path, ds->name + " is not a partitioned data set" + nothing);

@@ -99,7 +99,8 @@ std::string didYouMean(const std::vector<std::string>& near) {
   return " (did you mean " + s + "?)";
 }
 
-const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::string& dsn, int& status) {
+const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::string& dsn, int& status,
+                                             const std::string& afterwards) {
   const std::string upper = upperName(dsn);
   if (upper.empty()) {
     status = failWith(kExitUsage, "no data set name given ('ckdvol ls " + v.path + "' lists them)");
@@ -120,11 +121,12 @@ const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::
                               didYouMean(nearNames(names, upper)) +
                               (unread.empty() ? "; 'ckdvol ls " + v.path + "' lists the data sets"
                                               : ", but the VTOC could not be read whole (" + unread +
-                                                    "): it may be on the part that was not read"));
+                                                    "): it may be on the part that was not read") +
+                              afterwards);
     return nullptr;
   }
   if (!ds->damage.empty()) {
-    status = fail(v.path, "data set " + ds->name + " cannot be read: " + ds->damage);
+    status = fail(v.path, "data set " + ds->name + " cannot be read: " + ds->damage + afterwards);
     return nullptr;
   }
   status = kExitOk;

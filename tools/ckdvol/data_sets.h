@@ -44,8 +44,10 @@ std::string didYouMean(const std::vector<std::string>& near);
 // The data set `dsn` (compared as given, then in upper case), or null with
 // `status`: kExitUsage for an empty name, kExitFailure when there is no
 // such data set (the message suggests near names) or its DSCB chain is
-// damaged (the message names the damage).
-const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::string& dsn, int& status);
+// damaged (the message names the damage); `afterwards` ends those
+// messages (a changing command's "; nothing was changed").
+const ckdvol::DataSetInfo* findDataSetOrFail(const ScannedVolume& v, const std::string& dsn, int& status,
+                                             const std::string& afterwards = "");
 
 // Reads the directory of `ds` into `members`. kExitOk, kExitFailure after a
 // message naming the block and the cause (a data set that is not
