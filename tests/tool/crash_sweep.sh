@@ -12,6 +12,8 @@ TOOL=$(realpath "$1")
 FI=$(realpath "$2")
 GEN=${CKDVOL_MAKE_TEST_PDS:-}
 mkdir -p "${TMPDIR:-/tmp}"
+# Member statistics hold the time of day: every trial must give the same volume.
+export SOURCE_DATE_EPOCH=1700000000
 W=$(mktemp -d "${TMPDIR:-/tmp}/ckdvol-crash-XXXXXX")
 trap 'rm -rf "$W"' EXIT
 cd "$W" || exit 1
@@ -161,6 +163,13 @@ cp damaged.ckd versioned.ckd && run 3 verify versioned.ckd --repair --yes
 cp fresh.ckd enabled.ckd && run 0 version enable enabled.ckd
 "$GEN" pds.ckd 2>/dev/null
 for i in $(seq 100); do echo "NEW LINE $i"; done >beta.txt
+# An empty PDS of 3 directory blocks on the fresh volume; 700 lines of 80
+# bytes for one member (about four D100 tracks of data).
+cp fresh.ckd po.ckd && run 0 alloc po.ckd DEMO.PDS --dsorg PO --recfm FB --lrecl 80 --tracks 12 --dirblks 3
+for i in $(seq 700); do printf 'LINE %05d OF A MEMBER THAT FILLS SEVERAL TRACKS\n' "$i"; done >big.txt
+# Three small members to load; a PDS with a deleted member for compress.
+mkdir -p members && for m in one two three; do seq -f "MEMBER $m LINE %g" 1 30 >"members/$m.txt"; done
+cp po.ckd gap.ckd && run 0 load gap.ckd DEMO.PDS members --suffix .txt && run 0 pds delete gap.ckd DEMO.PDS ONE
 
 rm -f before.ckd
 sweep "create" 0 create v.ckd D100 --cylinders 2
@@ -170,6 +179,12 @@ cp damaged.ckd before.ckd && sweep "verify --repair" 3 verify v.ckd --repair --y
 cp versioned.ckd before.ckd && sweep "version commit" 0 version commit v.ckd
 cp versioned.ckd before.ckd && sweep "version rollback" 0 version rollback v.ckd
 cp pds.ckd before.ckd && sweep "pds replace" 0 pds replace v.ckd TEST.PDS BETA "$W/beta.txt"
+cp fresh.ckd before.ckd && sweep "alloc PO" 0 alloc v.ckd NEW.PDS --dsorg PO --tracks 4 --dirblks 3
+cp po.ckd before.ckd && sweep "put member" 0 put v.ckd "DEMO.PDS(BIG)" "$W/big.txt"
+cp po.ckd before.ckd && sweep "scratch" 0 scratch v.ckd DEMO.PDS
+cp po.ckd before.ckd && sweep "relabel" 0 relabel v.ckd NEWVOL --owner "SWEEP OWNER"
+cp po.ckd before.ckd && sweep "load" 0 load v.ckd DEMO.PDS "$W/members" --suffix .txt
+cp gap.ckd before.ckd && sweep "pds compress" 0 pds compress v.ckd DEMO.PDS
 
 echo "crash sweep: $trials trials, $failures failures (seed $SEED, recover step $([ $recover -eq 1 ] && echo on || echo off))"
 [ "$failures" -eq 0 ]
