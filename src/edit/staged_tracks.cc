@@ -135,20 +135,24 @@ std::vector<uint64_t> StagedTracks::slots() const {
 }
 
 std::string StagedTracks::writeAll() {
+  // Each image goes over its slot but for the trailer, which stays as the
+  // slot holds it: one positioned write a track.
+  const size_t length = slot_ - kTrailerBytes;
   for (auto& s : staged_) {
     const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(s.first) * slot_;
-    unsigned char* image = s.second.empty() ? scratch_.data() : s.second.data();
-    if (s.second.empty()) makeEmpty(s.first, image);
-    unsigned char* trailer = image + slot_ - kTrailerBytes;
-    errno = 0;
-    const ssize_t n = ::pread(file_.fileDescriptor, trailer, kTrailerBytes,
-                              static_cast<off_t>(offset + slot_ - kTrailerBytes));
-    if (n != static_cast<ssize_t>(kTrailerBytes)) {
-      return "cannot read the trailer of " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    const unsigned char* image = s.second.data();
+    if (s.second.empty()) {
+      makeEmpty(s.first, scratch_.data());
+      image = scratch_.data();
     }
-    errno = 0;
-    if (file_.writeRawTrack(offset, image) != EmulatedCKDfile::kTrackOk) {
-      return "cannot write " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    for (size_t done = 0; done < length;) {
+      errno = 0;
+      const ssize_t n = ::pwrite(file_.fileDescriptor, image + done, length - done, static_cast<off_t>(offset + done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) {
+        return "cannot write " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+      }
+      done += static_cast<size_t>(n);
     }
   }
   return std::string();

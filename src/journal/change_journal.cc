@@ -130,37 +130,38 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       keep.push_back(e);
       continue;
     }
-    // The first bytes decide cheaply; only a track that begins like an
-    // empty one is read further and compared byte for byte.
+    // The first block decides cheaply; only a track that begins like an
+    // empty one is read further and compared byte for byte. Holes read as
+    // zeros, so past the first block only the file's data runs are read (a
+    // sparse volume's free tracks are holes there).
+    constexpr uint64_t kFirstRead = 4096;
     constexpr size_t kPrefix = kEmptyTrackEndMarker + kEndMarkerSize;
     if (emptyTrackImage(file_, home, empty.data())) {
-      if (!readAt(fd, image.data(), kPrefix, home)) {
+      const uint64_t to = home + slot - kTrailerSize;
+      const uint64_t first = std::min<uint64_t>(kFirstRead, slot - kTrailerSize);
+      if (!readAt(fd, image.data(), first, home)) {
         return fail("cannot read the track slot at file offset " + std::to_string(home));
       }
-      if (std::memcmp(image.data(), empty.data(), kPrefix) == 0) {
-        // The rest must be zeros up to the trailer. Holes read as zeros, so
-        // only the file's data runs there are read and compared (a sparse
-        // volume's free tracks are holes past their first block).
-        bool zeros = true;
-        for (uint64_t at = home + kPrefix, to = home + slot - kTrailerSize; zeros && at < to;) {
-          uint64_t end = to;
-          errno = 0;
-          const off_t data = ::lseek(fd, static_cast<off_t>(at), SEEK_DATA);
-          if (data < 0 && errno == ENXIO) break;  // holes up to the end of the file
-          if (data >= 0) {
-            if (static_cast<uint64_t>(data) >= to) break;
-            if (static_cast<uint64_t>(data) > at) at = static_cast<uint64_t>(data);
-            const off_t hole = ::lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
-            if (hole > static_cast<off_t>(at) && static_cast<uint64_t>(hole) < to) end = static_cast<uint64_t>(hole);
-          }
-          if (!readAt(fd, image.data() + (at - home), end - at, at)) {
-            return fail("cannot read the track slot at file offset " + std::to_string(home));
-          }
-          zeros = std::memcmp(image.data() + (at - home), empty.data() + (at - home), end - at) == 0;
-          at = end;
+      bool zeros = std::memcmp(image.data(), empty.data(), first) == 0;
+      static_assert(kPrefix <= kFirstRead, "the first read holds the empty track's records");
+      for (uint64_t at = home + first; zeros && at < to;) {
+        uint64_t end = to;
+        errno = 0;
+        const off_t data = ::lseek(fd, static_cast<off_t>(at), SEEK_DATA);
+        if (data < 0 && errno == ENXIO) break;  // holes up to the end of the file
+        if (data >= 0) {
+          if (static_cast<uint64_t>(data) >= to) break;
+          if (static_cast<uint64_t>(data) > at) at = static_cast<uint64_t>(data);
+          const off_t hole = ::lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
+          if (hole > static_cast<off_t>(at) && static_cast<uint64_t>(hole) < to) end = static_cast<uint64_t>(hole);
         }
-        e.empty = zeros;
+        if (!readAt(fd, image.data() + (at - home), end - at, at)) {
+          return fail("cannot read the track slot at file offset " + std::to_string(home));
+        }
+        zeros = std::memcmp(image.data() + (at - home), empty.data() + (at - home), end - at) == 0;
+        at = end;
       }
+      e.empty = zeros;
     }
     (e.empty ? elided : drop).push_back(e);
   }
