@@ -355,32 +355,37 @@ bool PdsEditor::writeMember(const std::string& name, const std::vector<Bytes>& b
   return true;
 }
 
-bool PdsEditor::remove(const std::string& name, std::string& error) {
+std::vector<DirectoryEntry>::iterator PdsEditor::existing(const std::string& name, std::string& error) {
   Name n;
   auto it = nameFrom(name, n) ? lookup(n) : entries_.end();
-  if (it == entries_.end()) {
-    error = "member " + name + " not found in " + ds_.name;
+  if (it == entries_.end()) error = "member " + name + " not found in " + ds_.name;
+  return it;
+}
+
+bool PdsEditor::unusedName(const std::string& name, Name& out, std::string& error) {
+  if (!nameFrom(name, out)) {
+    error = badName(name);
     return false;
   }
+  const auto it = lookup(out);
+  if (it != entries_.end()) {
+    error = "member " + it->text() + " exists in " + ds_.name;
+    return false;
+  }
+  return true;
+}
+
+bool PdsEditor::remove(const std::string& name, std::string& error) {
+  auto it = existing(name, error);
+  if (it == entries_.end()) return false;
   entries_.erase(it);
   return true;
 }
 
 bool PdsEditor::rename(const std::string& from, const std::string& to, std::string& error) {
-  Name a, b;
-  auto it = nameFrom(from, a) ? lookup(a) : entries_.end();
-  if (it == entries_.end()) {
-    error = "member " + from + " not found in " + ds_.name;
-    return false;
-  }
-  if (!nameFrom(to, b)) {
-    error = badName(to);
-    return false;
-  }
-  if (lookup(b) != entries_.end()) {
-    error = "member " + lookup(b)->text() + " exists in " + ds_.name;
-    return false;
-  }
+  Name b;
+  auto it = existing(from, error);
+  if (it == entries_.end() || !unusedName(to, b, error)) return false;
   DirectoryEntry e = *it;
   e.name = b;
   entries_.erase(it);
@@ -389,20 +394,9 @@ bool PdsEditor::rename(const std::string& from, const std::string& to, std::stri
 }
 
 bool PdsEditor::addAlias(const std::string& alias, const std::string& member, std::string& error) {
-  Name a, m;
-  auto target = nameFrom(member, m) ? lookup(m) : entries_.end();
-  if (target == entries_.end()) {
-    error = "member " + member + " not found in " + ds_.name;
-    return false;
-  }
-  if (!nameFrom(alias, a)) {
-    error = badName(alias);
-    return false;
-  }
-  if (lookup(a) != entries_.end()) {
-    error = "member " + lookup(a)->text() + " exists in " + ds_.name;
-    return false;
-  }
+  Name a;
+  auto target = existing(member, error);
+  if (target == entries_.end() || !unusedName(alias, a, error)) return false;
   DirectoryEntry e = *target;
   e.name = a;
   e.indicator = static_cast<uint8_t>(e.indicator | kAliasBit);

@@ -131,6 +131,10 @@ class CKDVOL_EXPORT PdsEditor {
   bool readMember(Ttr from, std::vector<Bytes>& keys, std::vector<Bytes>& data, std::string& error);
   bool startWriter(std::string& error);
   std::vector<DirectoryEntry>::iterator lookup(const std::array<unsigned char, 8>& name);
+  // The entry called `name` (ASCII), or end() with "member ... not found".
+  std::vector<DirectoryEntry>::iterator existing(const std::string& name, std::string& error);
+  // Whether `name` is a member name no entry has; its stored form in `out`.
+  bool unusedName(const std::string& name, std::array<unsigned char, 8>& out, std::string& error);
 
   StagedTracks& staged_;
   const DataSetInfo& ds_;
