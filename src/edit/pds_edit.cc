@@ -57,6 +57,44 @@ int walkImage(const unsigned char* image, uint32_t slot, const std::function<boo
   }
 }
 
+// How a walk of a member's records ended when it failed for its track.
+struct MemberWalk {
+  enum Failure { kNone, kBroken, kMissing };
+  bool started = false;  // the member's first record was met
+  bool ended = false;    // its EOF record was met
+  Failure failure = kNone;
+  uint32_t track = 0;    // the absolute track walked last
+};
+
+// Walks the member that starts at `from` over the relative tracks of `map`:
+// `visit` sees each of its records with its TTR, the EOF record last. False
+// when a track cannot be read (`error` set), when its count fields run past
+// its end (kBroken) or when the first track lacks the first record
+// (kMissing); true at the EOF record or the end of the extents.
+bool walkMember(StagedTracks& staged, const ExtentMap& map, Ttr from,
+                const std::function<void(Ttr, const ImageRecord&)>& visit, MemberWalk& w, std::string& error) {
+  for (uint32_t t = from.track; t < map.tracks() && !w.ended; ++t) {
+    uint32_t cyl = 0, head = 0;
+    map.toCylHead(t, cyl, head);
+    w.track = cyl * staged.heads() + head;
+    const unsigned char* image = staged.image(w.track, error);
+    if (image == nullptr) return false;
+    const int walked = walkImage(image, staged.slotSize(), [&](const ImageRecord& r) {
+      if (!w.started) {
+        if (r.record != from.record) return true;
+        w.started = true;
+      }
+      visit(Ttr{t, r.record}, r);
+      w.ended = r.dataLength == 0;
+      return !w.ended;
+    });
+    if (walked < 0) w.failure = MemberWalk::kBroken;
+    else if (!w.started) w.failure = MemberWalk::kMissing;
+    if (w.failure != MemberWalk::kNone) return false;
+  }
+  return true;
+}
+
 bool nameFrom(const std::string& ascii, Name& out) {
   std::string upper = ascii;
   for (char& c : upper) {
@@ -219,32 +257,17 @@ bool PdsEditor::load(std::string& error) {
 // The EOF record of the member starting at `from` (or, without one, the
 // last record of the extents).
 bool PdsEditor::findEnd(Ttr from, Ttr& eof, std::string& error) {
-  bool found = false, started = false;
+  MemberWalk w;
   Ttr last = from;
-  for (uint32_t t = from.track; t < map_.tracks() && !found; ++t) {
-    uint32_t cyl = 0, head = 0;
-    map_.toCylHead(t, cyl, head);
-    const unsigned char* image = staged_.image(cyl * staged_.heads() + head, error);
-    if (image == nullptr) return false;
-    const int walked = walkImage(image, staged_.slotSize(), [&](const ImageRecord& r) {
-      if (!started) {
-        if (r.record != from.record) return true;
-        started = true;
-      }
-      last = Ttr{t, r.record};
-      if (r.dataLength == 0) found = true;
-      return !found;
-    });
-    if (walked < 0) {
-      error = staged_.trackText(cyl * staged_.heads() + head) + ": a count field runs past the end of the track";
-      return false;
-    }
-    if (!started) {
+  if (!walkMember(staged_, map_, from, [&](Ttr at, const ImageRecord&) { last = at; }, w, error)) {
+    if (w.failure == MemberWalk::kBroken) {
+      error = staged_.trackText(w.track) + ": a count field runs past the end of the track";
+    } else if (w.failure == MemberWalk::kMissing) {
       error = "record " + std::to_string(from.record) + " is not on relative track " + std::to_string(from.track);
-      return false;
     }
+    return false;
   }
-  if (!started) {
+  if (!w.started) {
     error = "relative track " + std::to_string(from.track) + " lies outside the data set's " +
             std::to_string(map_.tracks()) + " tracks";
     return false;
@@ -254,31 +277,17 @@ bool PdsEditor::findEnd(Ttr from, Ttr& eof, std::string& error) {
 }
 
 bool PdsEditor::readMember(Ttr from, std::vector<Bytes>& keys, std::vector<Bytes>& data, std::string& error) {
-  bool found = false, started = false;
-  for (uint32_t t = from.track; t < map_.tracks() && !found; ++t) {
-    uint32_t cyl = 0, head = 0;
-    map_.toCylHead(t, cyl, head);
-    const unsigned char* image = staged_.image(cyl * staged_.heads() + head, error);
-    if (image == nullptr) return false;
-    const int walked = walkImage(image, staged_.slotSize(), [&](const ImageRecord& r) {
-      if (!started) {
-        if (r.record != from.record) return true;
-        started = true;
-      }
-      if (r.dataLength == 0) {
-        found = true;
-        return false;
-      }
-      keys.emplace_back(r.key, r.key + r.keyLength);
-      data.emplace_back(r.data, r.data + r.dataLength);
-      return true;
-    });
-    if (walked < 0 || !started) {
-      error = staged_.trackText(cyl * staged_.heads() + head) + " cannot be walked to the member's records";
-      return false;
-    }
+  MemberWalk w;
+  const auto keep = [&](Ttr, const ImageRecord& r) {
+    if (r.dataLength == 0) return;
+    keys.emplace_back(r.key, r.key + r.keyLength);
+    data.emplace_back(r.data, r.data + r.dataLength);
+  };
+  if (!walkMember(staged_, map_, from, keep, w, error)) {
+    if (w.failure != MemberWalk::kNone) error = staged_.trackText(w.track) + " cannot be walked to the member's records";
+    return false;
   }
-  if (!found) {
+  if (!w.ended) {
     error = "no end-of-file record before the end of the extents";
     return false;
   }
