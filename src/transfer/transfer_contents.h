@@ -55,6 +55,9 @@ struct UnloadedPds {
   // track length, heads per cylinder and cylinders; and the extents.
   uint32_t deviceType = 0;
   uint32_t trackLength = 0;
+  // The unload data set's block size as COPYR1 gives it; 0 lets the
+  // writer pick the usual one for `blksize` and `keyLength`.
+  uint16_t containerBlockSize = 0;
   uint16_t heads = 15;
   uint16_t cylinders = 0;
   std::vector<UnloadExtent> extents;
