@@ -80,6 +80,7 @@ struct TransferAttributes {
   uint32_t blksize = 0;       // INMBLKSZ
   uint32_t directoryBlocks = 0;  // INMDIR (partitioned)
   uint64_t sizeBytes = 0;     // INMSIZE: the data set's size in bytes, 0 when absent
+  uint8_t type = 0;           // INMTYPE: 80 data library, 40 program library, 04 extended, 01 large; 0 when absent
   uint8_t spaceUnit = 0;      // INMTYPE-like space hints, 0 when absent (see transfer_file.h)
   uint32_t primary = 0, secondary = 0;  // INMPRIME/INMSECND in that unit, 0 when absent
 };
