@@ -364,6 +364,46 @@ bool PdsEditor::writeMember(const std::string& name, const std::vector<Bytes>& b
   return true;
 }
 
+bool PdsEditor::appendRecord(const unsigned char* key, uint32_t keyLength, const unsigned char* data,
+                             uint32_t dataLength, Ttr& at, std::string& error) {
+  if (!loaded_) {
+    error = "the directory was not read";
+    return false;
+  }
+  if (!startWriter(error) || !writer_->add(key, keyLength, data, dataLength, at, error)) return false;
+  usedEnd_ = at;
+  endBalance_ = writer_->lastBalance();
+  wrote_ = true;
+  return true;
+}
+
+bool PdsEditor::putEntry(const DirectoryEntry& entry, bool replace, std::string& error) {
+  if (!loaded_) {
+    error = "the directory was not read";
+    return false;
+  }
+  if (endName(entry.name.data())) {
+    error = "an entry cannot be named FF x 8, which ends the directory";
+    return false;
+  }
+  if (entry.userData.size() != 2u * (entry.indicator & kHalfwordBits)) {
+    error = "entry " + entry.text() + ": the indicator says " + std::to_string(2u * (entry.indicator & kHalfwordBits)) +
+            " bytes of user data, it has " + std::to_string(entry.userData.size());
+    return false;
+  }
+  auto it = lookup(entry.name);
+  if (it != entries_.end() && !replace) {
+    error = "member " + it->text() + " exists in " + ds_.name;
+    return false;
+  }
+  if (it != entries_.end()) {
+    *it = entry;
+  } else {
+    entries_.insert(std::upper_bound(entries_.begin(), entries_.end(), entry, nameLess), entry);
+  }
+  return true;
+}
+
 std::vector<DirectoryEntry>::iterator PdsEditor::existing(const std::string& name, std::string& error) {
   Name n;
   auto it = nameFrom(name, n) ? lookup(n) : entries_.end();

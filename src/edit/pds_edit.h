@@ -99,6 +99,21 @@ class CKDVOL_EXPORT PdsEditor {
   // such entry the member is added. An alias entry is never replaced.
   bool writeMember(const std::string& name, const std::vector<Bytes>& blocks, const Bytes& userData, bool replace,
                    MemberWrite& out, std::string& error);
+  // Places one record behind the used space without pointing any entry at
+  // it: a block (`keyLength` 0 for none), or with no key and no data an
+  // end-of-file record. `at` gets its TTR, which depends only on the
+  // lengths of the records placed before it. Loading a member whose
+  // directory entry and note lists name its blocks (a load module) places
+  // every block this way and then sets the entries with putEntry(). False
+  // with `error` as writeMember (the editor is then no longer usable).
+  bool appendRecord(const unsigned char* key, uint32_t keyLength, const unsigned char* data, uint32_t dataLength,
+                    Ttr& at, std::string& error);
+  // Sets the entry `entry.name` exactly as given: TTR, indicator (alias bit
+  // and user TTR count included) and user data, whose length must be 2 x
+  // (indicator & 1F). An existing entry of that name (member or alias) is
+  // refused unless `replace`. The name FF x 8 (the end of the directory) is
+  // refused.
+  bool putEntry(const DirectoryEntry& entry, bool replace, std::string& error);
   // Removes the entry `name` (a member's aliases keep pointing at its data).
   bool remove(const std::string& name, std::string& error);
   // Renames an entry, keeping its TTR and user data; an existing `to` is refused.
