@@ -359,6 +359,7 @@ bool readNetdata(const Bytes& file, TransferContents& out, std::string& error) {
     // One record from its segments.
     record.clear();
     uint8_t kind = 0;
+    const size_t recordStart = pos;
     for (bool first = true;; first = false) {
       if (file.size() - pos < 2) {
         error = pos >= file.size() ? "the file ends before INMR06" : "the file ends inside a segment header";
@@ -406,7 +407,7 @@ bool readNetdata(const Bytes& file, TransferContents& out, std::string& error) {
     } else if (startsWith(record, "INMR06")) {
       sawEnd = true;
     } else if (!startsWith(record, "INMR")) {
-      error = "an unknown control record at offset " + std::to_string(pos - record.size());
+      error = "an unknown control record at offset " + std::to_string(recordStart);
       return false;
     }  // INMR04 (a user's record), INMR07 and others: skipped
   }
