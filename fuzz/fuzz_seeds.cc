@@ -1,5 +1,5 @@
 // fuzz_seeds <directory>: writes the seed corpora of the fuzz targets, one
-// subdirectory per target (open, track_walk, vtoc, pds, dataset, recover, edit), from volumes that the
+// subdirectory per target (open, track_walk, vtoc, pds, dataset, recover, edit, transfer), from volumes that the
 // library makes: created and initialised volumes, versioned tracks, VTOCs with
 // DSCB chains written through the volume builder, and partitioned data sets
 // laid out by the data set builder. Each seed is in its target's input format
@@ -25,6 +25,8 @@
 #include "journal/change_journal.h"
 #include "support/pds_builder.h"
 #include "support/volume_builder.h"
+#include "transfer/transfer_file.h"
+#include "transfer/unload.h"
 
 namespace {
 
@@ -583,6 +585,52 @@ void editSeeds() {
 
 }  // namespace
 
+// ---- transfer: transfer files and a bare unload made by the writer ---------
+
+void transferSeeds() {
+  ckdvol::TransferContents seq;
+  seq.origin = {"NODE1", "USER1", "NODE2", "USER2", "20240102030405"};
+  seq.attributes.dsn = "SEED.SEQ";
+  seq.attributes.recfm = 0x90;  // FB
+  seq.attributes.lrecl = 80;
+  seq.attributes.blksize = 800;
+  seq.records.assign(3, Bytes(80, 0x40));
+  seq.records[1].assign(80, 0xC1);
+  seq.message = {Bytes(20, 0xC8)};
+  ckdvol::TransferContents po;
+  po.attributes.dsn = "SEED.PDS";
+  po.attributes.recfm = 0x90;
+  po.attributes.lrecl = 80;
+  po.attributes.blksize = 800;
+  po.partitioned = true;
+  ckdvol::UnloadedPds& p = po.pds;
+  p.recfm = 0x90;
+  p.lrecl = 80;
+  p.blksize = 800;
+  p.heads = 15;
+  p.cylinders = 10;
+  p.extents = {{1, 0, 1, 4, 5}};
+  p.directoryBlocks = 2;
+  ckdvol::DirectoryEntry e;
+  std::memcpy(e.name.data(), "\xC1\xD3\xD7\xC8\xC1\x40\x40\x40", 8);  // ALPHA
+  e.ttr = {1, 1};
+  e.indicator = 0x02;
+  e.userData = {0x01, 0x00, 0x00, 0x00};
+  p.entries = {e};
+  p.blocks = {{{1, 1}, {}, Bytes(160, 0xF1)}, {{1, 2}, {}, {}}};
+  Bytes file;
+  std::string error;
+  if (!ckdvol::writeTransferFile(seq, file, error)) throw std::runtime_error(error);
+  writeSeed("transfer", "sequential-with-message", file);
+  if (!ckdvol::writeTransferFile(po, file, error)) throw std::runtime_error(error);
+  writeSeed("transfer", "pds", file);
+  std::vector<Bytes> records;
+  if (!ckdvol::writeUnload(p, records, error)) throw std::runtime_error(error);
+  Bytes bare;
+  for (const Bytes& r : records) bare.insert(bare.end(), r.begin(), r.end());
+  writeSeed("transfer", "bare-unload", bare);
+}
+
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::fprintf(stderr, "usage: fuzz_seeds <directory>\n");
@@ -598,6 +646,7 @@ int main(int argc, char** argv) {
     datasetSeeds();
     recoverSeeds();
     editSeeds();
+    transferSeeds();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "fuzz_seeds: %s\n", e.what());
     return 1;

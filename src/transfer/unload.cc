@@ -57,7 +57,6 @@ constexpr size_t kBhDataLength = 10;
 // name (8), TTR (3), indicator (1), user data).
 constexpr size_t kDirKey = 8;
 constexpr size_t kDirData = 256;
-constexpr size_t kDirBlock = kBlockHeader + kDirKey + kDirData;
 constexpr size_t kEntryFixed = 12;
 constexpr uint8_t kUserHalfwords = 0x1F;
 
