@@ -32,6 +32,10 @@
 // its data records are its logical records (variable ones without their
 // record descriptor word).
 //
+// TransferAttributes::spaceUnit and primary have no text unit here: the
+// reader leaves them 0 and the writer does not send them; INMSECND is read
+// into `secondary` and sent for a sequential data set when set.
+//
 // Thread safety: plain functions on plain values.
 #ifndef CKDVOL_TRANSFER_TRANSFER_FILE_H_
 #define CKDVOL_TRANSFER_TRANSFER_FILE_H_
