@@ -289,7 +289,7 @@ empty | info $V | 1 | err | $V: an unfinished creation (it was interrupted befor
 empty | track $V 0 0 | 1 | err | $V: an unfinished creation
 t100 | vtoc $V | 1 | err | $V: 100 bytes: too short for a volume header (512 bytes)
 tmid | info $V | 1 | err | $V: the file is 1512 bytes, not the 512-byte header plus whole tracks of 56832 bytes (1000 bytes of a track left over); its header says 2 cylinders of 15 tracks of 56832 bytes, 1705472 bytes: the file was cut short
-herc | info $V | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool; this version cannot convert it yet
+herc | track $V 0 0 | 1 | err | $V: this is a Hercules CKD image (header "CKD_P370"), not a volume of this tool; 'ckdvol info $V' describes it and 'ckdvol convert' converts it
 cckd | verify $V | 1 | err | $V: this is a Hercules compressed CKD image (CCKD) (header "CKD_C370")
 init | info $V | 1 | err | $V: an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create --force $V D600 --cylinders 2' replaces it, 'ckdvol recover $V' removes it
 tinit | verify $V | 1 | err | $V: an unfinished creation (it was interrupted before it was complete; it holds no data): 'ckdvol create --force $V D600 --cylinders 2'

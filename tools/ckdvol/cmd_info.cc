@@ -22,6 +22,11 @@
 #include "tool_util.h"
 
 namespace ckdvol_tool {
+
+// Hercules images are described by the convert command's code (cmd_convert.cc).
+bool isHerculesCkdImage(const std::string& path);
+int describeHerculesImage(const std::string& path, bool json);
+
 namespace {
 
 using ckdvol::loadLe16;
@@ -46,6 +51,7 @@ std::string fieldText(const unsigned char* p, int length) {
 }
 
 int runInfo(const std::string& path, bool json) {
+  if (isHerculesCkdImage(path)) return describeHerculesImage(path, json);
   VolumeLock lock;
   if (int status = lock.acquire(path, false)) return status;
   EmulatedCKDfile f;
@@ -164,6 +170,9 @@ const CommandRegistration kRegistration(Command{
           "file size because the header disagreed), heads, cells, slot size, the track\n"
           "versions (active and latest) with the saved copies behind the last slot, and\n"
           "the raw header fields.\n"
+          "A Hercules CKD image (plain, split, CCKD, CCKD64 or a shadow file) is described\n"
+          "instead: format, device, cylinders, heads, compression, its files, and the\n"
+          "'ckdvol convert' line that makes a volume of it.\n"
           "D200 is shown as it is addressed: 10 cells x 200 cylinders x 100 heads.\n"
           "A file whose length disagrees with its header gets a 'file size' line.\n"
           "A file that cannot be opened as a volume gives exit status 1 and a message\n"

@@ -192,8 +192,9 @@ std::string openFailureText(const std::string& path, int rc, int savedErrno, con
   }
   for (const ForeignImage& image : kForeignImages) {
     if (std::memcmp(h, image.magic, ckdvol::kMagicLength) == 0) {
-      return "this is " + std::string(image.what) + " (header \"" + image.magic +
-             "\"), not a volume of this tool; this version cannot convert it yet";
+      return "this is " + std::string(image.what) + " (header \"" + image.magic + "\"), not a volume of this tool; " +
+             (image.magic[0] == 'F' ? std::string("only CKD images can be converted")
+                                    : "'ckdvol info " + path + "' describes it and 'ckdvol convert' converts it");
     }
   }
   const bool ready = std::memcmp(h, ckdvol::kMagicReady, ckdvol::kMagicLength) == 0;
