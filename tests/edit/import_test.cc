@@ -1,8 +1,8 @@
 // Import of unloaded partitioned data sets onto a volume: every TTR of a
 // load module (entry, user TTRs, note list) follows its block to the new
 // place; source members keep their user data byte for byte; a selection
-// takes a member with its aliases; volume -> unload -> import gives the same
-// members; refusals say why. Expected TTRs are worked out by hand from the
+// takes a member with its aliases; volume -> transfer file -> volume gives
+// the same members; refusals say why. Expected TTRs are worked out by hand from the
 // D600 track layout (slot 56832: home address 5, record zero 8 + 8, each
 // record 8 + key + data, the end marker 8 and the trailer 16 behind).
 #include <gtest/gtest.h>
@@ -15,6 +15,7 @@
 #include "edit/allocate.h"
 #include "support/temp_dir.h"
 #include "support/track_builder.h"
+#include "transfer/transfer_file.h"
 
 namespace {
 
@@ -287,10 +288,15 @@ TEST(Import, RoundTripThroughTheVolume) {
     ImportSummary s;
     std::string error;
     ASSERT_TRUE(first.import(c, ImportOptions(), s, error)) << error;
-    TransferContents back;
-    back.partitioned = true;
-    back.attributes.dsn = "COPY.LIB";
-    ASSERT_TRUE(ckdvol_tool::unloadFromVolume(first.file, first.ds(c.attributes.dsn), {}, back.pds, error)) << error;
+    // Off the first volume, through the bytes of a transfer file, onto the second.
+    TransferContents out, back;
+    out.partitioned = true;
+    out.attributes.dsn = "COPY.LIB";
+    out.attributes.dsorg = kDsorgPO;
+    ASSERT_TRUE(ckdvol_tool::unloadFromVolume(first.file, first.ds(c.attributes.dsn), {}, out.pds, error)) << error;
+    Bytes file;
+    ASSERT_TRUE(writeTransferFile(out, file, error)) << error;
+    ASSERT_TRUE(readTransferFile(file, back, error)) << error;
     EXPECT_EQ(back.pds.recfm, c.pds.recfm);
     EXPECT_EQ(back.pds.directoryBlocks, c.pds.directoryBlocks);
     EXPECT_EQ(back.pds.heads, 15);

@@ -624,5 +624,41 @@ import sys, xml.etree.ElementTree as E
 root = E.parse(sys.argv[1]).getroot()
 text = " ".join(t.text or "" for t in root.iter() if t.tag.endswith("text"))
 sys.exit(0 if root.tag.endswith("svg") and all(n in text for n in ("BIG", "MY.PDS", "SEQ.NEW")) else 1)' sp.svg
+# interchange: import, export
+# TEST.PDS's readable members and TEST.LOAD's PROG (RECFM U) sent off one volume and
+# received on another; refusals leave the receiving volume byte for byte as it was
+export SOURCE_DATE_EPOCH=1700000000
+"$GEN" xp.ckd && "$TOOL" create xi.ckd D600 --cylinders 3 >/dev/null
+rows <<'EOF'
+xp | export $V test.pds $W/t.xmi --members alpha,BETA,empty --from-node n1 --from-user u1 | 0 | out | exported TEST.PDS to $W/t.xmi: 3 members, 0 aliases, 4 blocks, 9360 bytes
+xp | export $V TEST.PDS $W/t.xmi | 1 | err | ckdvol: $W/t.xmi: exists (give --force to replace it)
+xp | export $V TEST.PDS $W/u.xmi | 1 | err | ckdvol: $V: TEST.PDS(FAR): relative track 400 lies outside the data set's 21 tracks
+xp | export $V TEST.PDS $W/u.xmi --members nope | 1 | err | member NOPE not found in TEST.PDS
+xp | export $V TEST.LOAD $W/l.xmi | 0 | out | exported TEST.LOAD to $W/l.xmi: 1 member, 0 aliases, 1 block, 1520 bytes
+xi | import $V $W/t.xmi | 0 | out | imported TEST.PDS (allocated, 21 tracks): 3 members, 0 aliases, 4 blocks, 1 track
+xi | pds list $V TEST.PDS | 0 | out | ~^ALPHA +000003 +3 +240$ | out | ~^BETA +000005 +100 +8000$ | out | ~^EMPTY +000009 +0 +0$
+xi | pds read $V test.pds alpha | 0 | out | =3 | out | ALPHA 2
+xi | import $V $W/l.xmi --dsn my.load | 0 | out | imported MY.LOAD (allocated, 4 tracks): 1 member, 0 aliases, 1 block, 1 track
+EOF
+ok "export takes its time from SOURCE_DATE_EPOCH (INMFTIME 20231114221320 in EBCDIC)" \
+  env LC_ALL=C grep -q "$(printf '\xf2\xf0\xf2\xf3\xf1\xf1\xf1\xf4\xf2\xf2\xf1\xf3\xf2\xf0')" t.xmi
+ok "a load module arrives with the same bytes" cmp <("$TOOL" pds read xp.ckd TEST.LOAD PROG --raw) <("$TOOL" pds read xi.ckd MY.LOAD PROG --raw)
+cp xi.ckd xi0.ckd
+rows <<'EOF'
+xi | import $V $W/t.xmi | 1 | err | ckdvol: $V: data set TEST.PDS exists (--replace adds the members to it); nothing was changed
+xi | import $V $W/t.xmi --dsn copy.pds --members beta,nope | 1 | err | not in the transfer file: NOPE; nothing was changed
+xi | import $V $W/t.xmi --dsn COPY.PDS --tracks 500 | 1 | err | no room: 500 tracks requested
+xi | import $V $W/l.xmi --dsn TEST.PDS --replace | 1 | err | TEST.PDS does not suit the members: RECFM 90 LRECL 80 BLKSIZE 3120, they are RECFM C0
+xi | import $V $W/xp.ckd | 1 | err | ckdvol: $W/xp.ckd: not a transfer file
+xi | import $V $W/none.xmi | 1 | err | none.xmi: cannot read the input
+xi | import $V $W/t.xmi --tracks 1 --cylinders 1 | 2 | err | not both
+EOF
+ok "refused imports changed nothing" cmp xi.ckd xi0.ckd
+rows <<'EOF'
+xi | import $V $W/t.xmi --replace --members Empty | 0 | out | imported TEST.PDS: 1 member, 0 aliases (1 replaced), 0 blocks, 1 track
+xi | pds list $V TEST.PDS | 0 | out | =4 | out | ~^EMPTY +00000A +0 +0$
+xi | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
+EOF
+unset SOURCE_DATE_EPOCH
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
