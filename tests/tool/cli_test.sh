@@ -659,6 +659,32 @@ xi | import $V $W/t.xmi --replace --members Empty | 0 | out | imported TEST.PDS:
 xi | pds list $V TEST.PDS | 0 | out | =4 | out | ~^EMPTY +00000A +0 +0$
 xi | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
 EOF
+# images: convert, info on Hercules images
+cp pds.ckd hv.ckd
+rows <<'EOF'
+hv | convert $V $W/hv.cckd | 0 | out | $V (ckdvol, D600, 3 cylinders) -> $W/hv.cckd (cckd): 45 tracks, 2557952 bytes in | out | ~zlib: [0-9]+ tracks compressed, [0-9]+ null tracks
+hv | convert $V $W/hv.cckd64 --to cckd64 --compress bzip2 | 0 | out | (cckd64): 45 tracks | out | bzip2:
+hv | convert $V $W/hv.3390 --to ckd --cylinders-per-file 2 | 0 | out | -> $W/hv_1.3390, $W/hv_2.3390 (ckd)
+hv | info $W/hv.cckd | 0 | out | a Hercules compressed CKD image (CCKD) | out | D600 (Hercules 3390) | out | compression:        zlib | out | convert with:       ckdvol convert $W/hv.cckd $W/hv.ckd
+hv | info $W/hv_1.3390 --json | 0 | out | "format": "hercules-ckd" | out | "cylinders": 3 | out | "$W/hv_2.3390"
+hv | convert $W/hv.cckd $W/b1.ckd | 0 | out | -> $W/b1.ckd (ckdvol): 45 tracks
+hv | convert $W/hv.cckd64 $W/b2.ckd | 0 | out | -> $W/b2.ckd (ckdvol)
+hv | convert $W/hv_1.3390 $W/b3.ckd | 0 | out | $W/hv_1.3390 (ckd, D600, 3 cylinders) -> $W/b3.ckd
+hv | convert $V $W/hv.cckd | 1 | err | ckdvol: $W/hv.cckd: exists; --force replaces it
+hv | convert $V $W/hv.cckd --force --compress none | 0 | out | none: 0 tracks compressed
+hv | convert $V $W/x.ckd --to ckdvol | 1 | err | already a volume of this tool
+hv | convert $V $W/x.ckd --to vmdk | 2 | err | give ckdvol, ckd, cckd or cckd64
+hv | convert $V $W/x.ckd --to ckd --compress zlib | 2 | err | --compress applies to cckd and cckd64 images, not ckd
+d200 | convert $V $W/x.cckd | 1 | err | ckdvol: $V: D200 volumes have no Hercules device type
+herc | convert $V $W/x.ckd | 1 | err | ckdvol: $V: cylinder 0 head 0: its records do not end with an end-of-track marker | err | no output was written
+cckd | info $V | 1 | err | ckdvol: $V: its header says 0 cylinders (1 to 65520 can be converted)
+text | convert $V $W/x.ckd | 1 | err | a text file, not a volume
+hv | convert $W/hv.cckd $W/x.ckd --shadow $W/hv.cckd64 | 1 | err | not a shadow file of this image
+EOF
+ok "cckd converts back to the same volume" cmp -s hv.ckd b1.ckd
+ok "cckd64 converts back to the same volume" cmp -s hv.ckd b2.ckd
+ok "split ckd converts back to the same volume" cmp -s hv.ckd b3.ckd
+ok "refused conversions leave no file behind" bash -c '! ls -a | grep -q "^\.\?x\."'
 unset SOURCE_DATE_EPOCH
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
