@@ -136,7 +136,7 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
     // sparse volume's free tracks are holes there).
     constexpr uint64_t kFirstRead = 4096;
     constexpr size_t kPrefix = kEmptyTrackEndMarker + kEndMarkerSize;
-    if (emptyTrackImage(file_, home, empty.data())) {
+    if (emptyTrackPrefix(file_, home, empty.data())) {  // its tail stays zeros
       const uint64_t to = home + slot - kTrailerSize;
       const uint64_t first = std::min<uint64_t>(kFirstRead, slot - kTrailerSize);
       if (!readAt(fd, image.data(), first, home)) {

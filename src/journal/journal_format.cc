@@ -21,6 +21,13 @@ std::string withErrno(const std::string& what) {
 }  // namespace
 
 bool emptyTrackImage(EmulatedCKDfile& geometry, uint64_t home, unsigned char* out) {
+  if (!emptyTrackPrefix(geometry, home, out)) return false;
+  const size_t prefix = kEmptyTrackEndMarker + kEndMarkerSize;
+  std::memset(out + prefix, 0, geometry.trackSlotSize - prefix);
+  return true;
+}
+
+bool emptyTrackPrefix(EmulatedCKDfile& geometry, uint64_t home, unsigned char* out) {
   const unsigned int slot = geometry.trackSlotSize;
   if (geometry.deviceType == EmulatedCKDfile::D200 || geometry.cellCount != 1 || geometry.tracksPerCylinder == 0 ||
       slot <= static_cast<unsigned>(kEmptyTrackEndMarker + kEndMarkerSize + kTrailerSize) ||
@@ -31,7 +38,7 @@ bool emptyTrackImage(EmulatedCKDfile& geometry, uint64_t home, unsigned char* ou
   const uint64_t cyl = track / geometry.tracksPerCylinder;
   if (cyl >= geometry.cylinders) return false;
   const auto head = static_cast<unsigned short>(track % geometry.tracksPerCylinder);
-  std::memset(out, 0, slot);
+  std::memset(out, 0, kEmptyTrackEndMarker);
   unsigned char* p = out;
   geometry.putHA(p, 0, static_cast<unsigned int>(cyl), head);
   geometry.putCount(p, static_cast<int>(cyl), head, 0, 0, kRecordZeroDataLength);

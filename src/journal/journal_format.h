@@ -38,6 +38,9 @@ inline uint64_t kIndexEntriesPer(unsigned int slot) { return (slot - kIndexHeade
 // cylinder encoding, trailer zero. False (nothing filled) for a D200 volume
 // or an offset that is not one of the volume's track slots.
 bool emptyTrackImage(EmulatedCKDfile& geometry, uint64_t home, unsigned char* out);
+// The same, but only the bytes before and of the end marker are filled (the
+// rest of an empty track is zeros): for a buffer whose tail is zeros already.
+bool emptyTrackPrefix(EmulatedCKDfile& geometry, uint64_t home, unsigned char* out);
 
 // Fills `out` (one slot) with index slot number `k` of `entries`.
 void encodeIndexSlot(unsigned char* out, unsigned int slot, const std::vector<JournalEntry>& entries, uint64_t k);
