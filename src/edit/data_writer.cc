@@ -147,7 +147,9 @@ bool DataWriter::open(uint32_t track, std::string& error) {
     return false;
   }
   track_ = track;
-  current_.reset(new TrackBuilder(staged_.file(), cyl, head));
+  // A streamed change builds every track in the buffer of one written
+  // before it (and a planning run copies no bytes at all).
+  current_.reset(new TrackBuilder(staged_.file(), cyl, head, staged_.buffer(), staged_.planning()));
   return true;
 }
 
@@ -193,7 +195,16 @@ bool DataWriter::add(const unsigned char* key, uint32_t keyLength, const unsigne
     }
     uint32_t cyl = 0, head = 0;
     map_.toCylHead(track_, cyl, head);
-    done_.emplace_back(cyl * staged_.heads() + head, current_->take());
+    const uint32_t full = cyl * staged_.heads() + head;
+    std::vector<unsigned char> image = current_->take();
+    current_.reset();
+    if (staged_.streaming()) {
+      // Streamed: the full track goes on at once and is not held.
+      if (!staged_.put(full, std::move(image), error)) return false;
+      ++stagedDone_;
+    } else {
+      done_.emplace_back(full, std::move(image));
+    }
     if (!open(track_ + 1, error)) return false;
     if (!current_->fits(keyLength, dataLength)) {
       error = "a block of " + std::to_string(dataLength) + " bytes does not fit on a track";

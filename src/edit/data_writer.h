@@ -22,7 +22,8 @@
 // the next one; record numbers stop at 255. Every track the writer fills is
 // rewritten whole; tracks behind the last one it wrote are not touched.
 // Nothing is staged before finish(): a refusal leaves the StagedTracks as it
-// was.
+// was. A streamed StagedTracks (edit/staged_tracks.h) is the exception: each
+// track goes on as soon as it is full, so that no image is held.
 //
 // Thread safety: none; one thread per object and per file.
 #ifndef CKDVOL_EDIT_DATA_WRITER_H_

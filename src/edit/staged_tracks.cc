@@ -100,6 +100,7 @@ bool StagedTracks::put(uint32_t track, const unsigned char* image, std::string& 
     error = trackText(track) + " is not on the volume";
     return false;
   }
+  if (streaming()) return pass(track, image, error);
   staged_[track].assign(image, image + slot_);
   return true;
 }
@@ -114,6 +115,11 @@ bool StagedTracks::put(uint32_t track, std::vector<unsigned char>&& image, std::
     error = trackText(track) + " is not on the volume";
     return false;
   }
+  if (streaming()) {
+    const bool ok = pass(track, image.data(), error);
+    spare_ = std::move(image);  // the next builder's buffer
+    return ok;
+  }
   staged_[track] = std::move(image);
   return true;
 }
@@ -123,37 +129,101 @@ bool StagedTracks::putEmpty(uint32_t track, std::string& error) {
     error = trackText(track) + " is not on the volume";
     return false;
   }
+  if (streaming()) {
+    if (mode_ == Mode::kWriteThrough) makeEmpty(track, scratch_.data());
+    return pass(track, scratch_.data(), error);
+  }
   std::vector<unsigned char>().swap(staged_[track]);
   return true;
 }
 
+bool StagedTracks::pass(uint32_t track, const unsigned char* image, std::string& error) {
+  if (mode_ == Mode::kWriteThrough) {
+    if (allowed_.count(track) == 0) {
+      error = trackText(track) + " was not part of the planned change";
+      return false;
+    }
+    error = writeSlot(track, image);
+    if (!error.empty()) return false;
+  }
+  // A whole new image supersedes one staged before.
+  staged_.erase(track);
+  passed_.insert(track);
+  return true;
+}
+
+bool StagedTracks::planOnly(std::string& error) {
+  if (size() != 0 || mode_ != Mode::kHold) {
+    error = "a change can be planned only before anything is staged";
+    return false;
+  }
+  mode_ = Mode::kPlan;
+  return true;
+}
+
+bool StagedTracks::writeThrough(const std::vector<uint64_t>& slots, std::string& error) {
+  if (size() != 0 || mode_ != Mode::kHold) {
+    error = "a change can be written through only before anything is staged";
+    return false;
+  }
+  allowed_.clear();
+  for (uint64_t offset : slots) {
+    if (offset < kHeaderBytes || slot_ == 0 || (offset - kHeaderBytes) % slot_ != 0 ||
+        (offset - kHeaderBytes) / slot_ >= tracks_) {
+      error = "file offset " + std::to_string(offset) + " is not a track slot of the volume";
+      return false;
+    }
+    allowed_.insert(static_cast<uint32_t>((offset - kHeaderBytes) / slot_));
+  }
+  mode_ = Mode::kWriteThrough;
+  return true;
+}
+
+std::vector<unsigned char> StagedTracks::buffer() {
+  if (streaming() && spare_.size() == slot_) return std::move(spare_);
+  return std::vector<unsigned char>(slot_);
+}
+
+size_t StagedTracks::size() const {
+  size_t n = passed_.size();
+  for (const auto& s : staged_) n += passed_.count(s.first) == 0 ? 1 : 0;
+  return n;
+}
+
 std::vector<uint64_t> StagedTracks::slots() const {
+  std::set<uint32_t> tracks(passed_);
+  for (const auto& s : staged_) tracks.insert(s.first);
   std::vector<uint64_t> out;
-  out.reserve(staged_.size());
-  for (const auto& s : staged_) out.push_back(kHeaderBytes + static_cast<uint64_t>(s.first) * slot_);
+  out.reserve(tracks.size());
+  for (uint32_t t : tracks) out.push_back(kHeaderBytes + static_cast<uint64_t>(t) * slot_);
   return out;
 }
 
-std::string StagedTracks::writeAll() {
-  // Each image goes over its slot but for the trailer, which stays as the
-  // slot holds it: one positioned write a track.
+std::string StagedTracks::writeSlot(uint32_t track, const unsigned char* image) {
+  // The image goes over its slot but for the trailer, which stays as the
+  // slot holds it: one positioned write.
   const size_t length = slot_ - kTrailerBytes;
+  const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(track) * slot_;
+  for (size_t done = 0; done < length;) {
+    errno = 0;
+    const ssize_t n = ::pwrite(file_.fileDescriptor, image + done, length - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return "cannot write " + trackText(track) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    done += static_cast<size_t>(n);
+  }
+  return std::string();
+}
+
+std::string StagedTracks::writeAll() {
+  if (mode_ == Mode::kPlan) return "a planned change is not written";
   for (auto& s : staged_) {
-    const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(s.first) * slot_;
     const unsigned char* image = s.second.data();
     if (s.second.empty()) {
       makeEmpty(s.first, scratch_.data());
       image = scratch_.data();
     }
-    for (size_t done = 0; done < length;) {
-      errno = 0;
-      const ssize_t n = ::pwrite(file_.fileDescriptor, image + done, length - done, static_cast<off_t>(offset + done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) {
-        return "cannot write " + trackText(s.first) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
-      }
-      done += static_cast<size_t>(n);
-    }
+    std::string error = writeSlot(s.first, image);
+    if (!error.empty()) return error;
   }
   return std::string();
 }
@@ -161,10 +231,16 @@ std::string StagedTracks::writeAll() {
 // ---- TrackBuilder ------------------------------------------------------------------
 
 TrackBuilder::TrackBuilder(EmulatedCKDfile& file, uint32_t cyl, uint32_t head)
-    : file_(file), cyl_(cyl), head_(head), image_(file.trackSlotSize, 0) {
+    : TrackBuilder(file, cyl, head, std::vector<unsigned char>(file.trackSlotSize, 0), false) {}
+
+TrackBuilder::TrackBuilder(EmulatedCKDfile& file, uint32_t cyl, uint32_t head, std::vector<unsigned char>&& buffer,
+                           bool layoutOnly)
+    : file_(file), cyl_(cyl), head_(head), image_(std::move(buffer)), layoutOnly_(layoutOnly) {
+  image_.resize(file.trackSlotSize);
   unsigned char* p = image_.data();
   file_.putHA(p, 0, cyl_, static_cast<unsigned short>(head_));
   file_.putCount(p, static_cast<int>(cyl_), static_cast<unsigned short>(head_), 0, 0, kRecordZeroData);
+  std::memset(p, 0, kRecordZeroData);  // record zero's data: zeros
   p += kRecordZeroData;
   end_ = static_cast<uint32_t>(p - image_.data());
   last_ = 0;
@@ -213,11 +289,12 @@ uint8_t TrackBuilder::add(const unsigned char* key, uint32_t keyLength, const un
   const uint8_t record = static_cast<uint8_t>(last_ + 1);
   file_.putCount(p, static_cast<int>(cyl_), static_cast<unsigned short>(head_), record,
                  static_cast<unsigned char>(keyLength), static_cast<unsigned short>(dataLength));
-  if (keyLength > 0) std::memcpy(p, key, keyLength);
-  p += keyLength;
-  if (dataLength > 0 && data != nullptr) std::memcpy(p, data, dataLength);
-  if (dataLength > 0 && data == nullptr) std::memset(p, 0, dataLength);
-  p += dataLength;
+  if (!layoutOnly_) {
+    if (keyLength > 0) std::memcpy(p, key, keyLength);
+    if (dataLength > 0 && data != nullptr) std::memcpy(p + keyLength, data, dataLength);
+    if (dataLength > 0 && data == nullptr) std::memset(p + keyLength, 0, dataLength);
+  }
+  p += keyLength + dataLength;
   end_ = static_cast<uint32_t>(p - image_.data());
   last_ = record;
   return record;
@@ -226,14 +303,17 @@ uint8_t TrackBuilder::add(const unsigned char* key, uint32_t keyLength, const un
 std::vector<unsigned char> TrackBuilder::take() {
   image();
   std::vector<unsigned char> out = std::move(image_);
-  image_.assign(file_.trackSlotSize, 0);
+  // Spent: nothing more fits, and image() is all zeros but the marker.
+  image_.clear();
   end_ = 0;
-  last_ = 0;
+  last_ = 255;
   return out;
 }
 
 const std::vector<unsigned char>& TrackBuilder::image() {
   const uint32_t slot = file_.trackSlotSize;
+  if (image_.size() != slot) image_.assign(slot, 0);
+  if (layoutOnly_) return image_;  // its bytes mean nothing
   std::memset(image_.data() + end_, 0xFF, kMarkerBytes);
   std::memset(image_.data() + end_ + kMarkerBytes, 0, slot - end_ - kMarkerBytes);
   return image_;

@@ -14,12 +14,24 @@
 // record numbers stay below 256; one record's data is at most the device's
 // track capacity.
 //
+// A change too large to hold runs twice, streamed. The first run plans:
+// put() and putEmpty() only note their track, and TrackBuilders made for it
+// place records without copying their bytes, so the change's tracks
+// (slots()) are learnt without holding an image. After ChangeJournal::begin
+// has saved those slots, the second run writes through: every whole image
+// put() goes over its slot at once (trailer kept) and is not held, a track
+// outside the saved slots is refused, and a track written so is read back
+// from the file. Images changed in place (stage(), stageRecord()) are held
+// and written by writeAll() as usual. A refusal in the second run leaves
+// tracks written: the journal's undo takes them back.
+//
 // Thread safety: none; one thread per object and per file.
 #ifndef CKDVOL_EDIT_STAGED_TRACKS_H_
 #define CKDVOL_EDIT_STAGED_TRACKS_H_
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -67,16 +79,30 @@ class CKDVOL_EXPORT StagedTracks {
   unsigned char* stageRecord(uint32_t track, uint8_t record, uint32_t& keyLength, uint32_t& dataLength,
                              std::string& error);
 
-  bool staged(uint32_t track) const { return staged_.count(track) != 0; }
-  size_t size() const { return staged_.size(); }
+  // Streaming (see above). planOnly() before anything is staged; the
+  // slots given to writeThrough() are those the journal saved. False with
+  // `error` when something is staged already.
+  bool planOnly(std::string& error);
+  bool writeThrough(const std::vector<uint64_t>& slots, std::string& error);
+  bool planning() const { return mode_ == Mode::kPlan; }
+  bool streaming() const { return mode_ != Mode::kHold; }
+  // A buffer of slotSize() bytes for a new image: one that was written
+  // through and is free again, else a new one (zeros).
+  std::vector<unsigned char> buffer();
+
+  bool staged(uint32_t track) const { return staged_.count(track) != 0 || passed_.count(track) != 0; }
+  size_t size() const;
   // File offsets of the staged slots, in track order.
   std::vector<uint64_t> slots() const;
   // Writes every staged image over its slot, in track order, each with the
   // trailer its slot holds at that moment (the journal may have linked it to
   // a saved copy of a track version). Empty, or what failed.
   std::string writeAll();
-  // Drops every staged image.
-  void clear() { staged_.clear(); }
+  // Drops every staged image (and what planning or writing through noted).
+  void clear() {
+    staged_.clear();
+    passed_.clear();
+  }
 
   // "cylinder C head H" for messages.
   std::string trackText(uint32_t track) const;
@@ -86,10 +112,18 @@ class CKDVOL_EXPORT StagedTracks {
   uint32_t heads_;
   uint32_t slot_;
   uint32_t tracks_;
+  enum class Mode { kHold, kPlan, kWriteThrough };
   void makeEmpty(uint32_t track, unsigned char* out);
+  std::string writeSlot(uint32_t track, const unsigned char* image);
+  // A whole image for `track` while streaming: noted, or written through.
+  bool pass(uint32_t track, const unsigned char* image, std::string& error);
 
   std::map<uint32_t, std::vector<unsigned char>> staged_;  // an empty vector: the empty formatted track
   std::vector<unsigned char> scratch_;
+  Mode mode_ = Mode::kHold;
+  std::set<uint32_t> passed_;   // tracks planned or written through, not held
+  std::set<uint32_t> allowed_;  // writing through: the tracks the journal saved
+  std::vector<unsigned char> spare_;
 };
 
 class CKDVOL_EXPORT TrackBuilder {
@@ -97,6 +131,12 @@ class CKDVOL_EXPORT TrackBuilder {
   // A new image of track (`cyl`, `head`) of `file`'s volume: home address
   // and record zero (no key, 8 data bytes of zero), no further records.
   TrackBuilder(EmulatedCKDfile& file, uint32_t cyl, uint32_t head);
+  // The same, built in `buffer` (any former bytes; resized to the slot).
+  // With `layoutOnly` records are placed but their keys and data not
+  // copied: only the layout (fits, balance, record numbers) means anything,
+  // as a planning run needs.
+  TrackBuilder(EmulatedCKDfile& file, uint32_t cyl, uint32_t head, std::vector<unsigned char>&& buffer,
+               bool layoutOnly);
 
   // Starts again from `image` (a slot of this track), keeping its home
   // address and its records up to and including record number `lastRecord`
@@ -129,6 +169,7 @@ class CKDVOL_EXPORT TrackBuilder {
   std::vector<unsigned char> image_;
   uint32_t end_ = 0;  // where the next count field (or the marker) begins
   uint8_t last_ = 0;
+  bool layoutOnly_ = false;
 };
 
 }  // namespace ckdvol

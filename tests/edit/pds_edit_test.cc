@@ -2,19 +2,23 @@
 // blocks against hand-written bytes, several hundred members kept in EBCDIC
 // order across blocks, delete/rename/alias/compress read back through the
 // data-set layer and through the volume classes' access method, refusals
-// that stage nothing, and the statistics bytes.
+// that stage nothing, the statistics bytes, and a streamed load (planned,
+// then written track by track) against one held in memory.
 #include "edit/pds_edit.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 
 #include "dataset/block_reader.h"
 #include "dataset/record_reader.h"
 #include "edit/allocate.h"
 #include "edit/statistics.h"
+#include "journal/change_journal.h"
 #include "pds/basic_partitioned_access_method.h"
 #include "support/temp_dir.h"
 #include "support/track_builder.h"
@@ -395,6 +399,91 @@ TEST(PdsEditTest, UsedSpaceEndsBehindTheLastMemberWhateverThePointerSays) {
     ASSERT_TRUE(p.writeMember("C", blocked(member(1, 0xC3)), Bytes(), false, w, error)) << error;
     EXPECT_EQ(w.first.track * 1000 + w.first.record, 7u);
   }
+}
+
+}  // namespace
+
+namespace {
+
+Bytes fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// 20 members of 1 to 1,141 records (up to 4 blocks of FB 80/27920, 2 tracks).
+std::vector<std::vector<Bytes>> loadBlocks() {
+  std::vector<std::vector<Bytes>> members;
+  for (int m = 0; m < 20; ++m) {
+    std::vector<Bytes> records = member(1 + m * 60, static_cast<unsigned char>(0xC1 + m % 9));
+    std::vector<Bytes> blocks;
+    for (size_t i = 0; i < records.size(); ++i) {
+      if (i % 349 == 0) blocks.emplace_back();
+      blocks.back().insert(blocks.back().end(), records[i].begin(), records[i].end());
+    }
+    members.push_back(blocks);
+  }
+  return members;
+}
+
+bool loadAll(StagedTracks& staged, const DataSetInfo& ds, const std::vector<std::vector<Bytes>>& members,
+             std::string& error, std::function<void()> beforeCommit = nullptr) {
+  PdsEditor pds(staged, ds);
+  if (!pds.load(error)) return false;
+  for (size_t m = 0; m < members.size(); ++m) {
+    MemberWrite w;
+    if (!pds.writeMember("M" + std::to_string(m), members[m], Bytes(), false, w, error)) return false;
+  }
+  if (beforeCommit) beforeCommit();
+  return pds.commit(error);
+}
+
+TEST(PdsEditTest, StreamedLoadWritesTheBytesOfAHeldOneAndStaysInsideItsPlan) {
+  const std::vector<std::vector<Bytes>> members = loadBlocks();
+  PdsVolume held(60, 2, 27920), streamed(60, 2, 27920);
+  std::string error;
+  StagedTracks heldStage(held.file);
+  ASSERT_TRUE(loadAll(heldStage, held.ds(), members, error)) << error;
+  ASSERT_EQ(heldStage.writeAll(), "");
+
+  const Bytes before = fileBytes(streamed.path);
+  StagedTracks plan(streamed.file);
+  ASSERT_TRUE(plan.planOnly(error));
+  ASSERT_TRUE(loadAll(plan, streamed.ds(), members, error)) << error;
+  EXPECT_EQ(plan.slots(), heldStage.slots());
+  EXPECT_EQ(plan.writeAll(), "a planned change is not written");
+  EXPECT_EQ(fileBytes(streamed.path), before);  // planning writes nothing
+
+  // A plan that leaves out a track the change writes: the run is refused
+  // at that track, and the journal's undo gives every byte back.
+  std::vector<uint64_t> shortPlan = plan.slots();
+  shortPlan.erase(shortPlan.begin() + static_cast<long>(shortPlan.size()) / 2);
+  {
+    ChangeJournal journal(streamed.file, "test");
+    ASSERT_EQ(journal.begin(shortPlan), 0) << journal.error();
+    StagedTracks through(streamed.file);
+    ASSERT_TRUE(through.writeThrough(shortPlan, error));
+    EXPECT_FALSE(loadAll(through, streamed.ds(), members, error));
+    EXPECT_NE(error.find("was not part of the planned change"), std::string::npos) << error;
+    ASSERT_EQ(journal.undo(), 0) << journal.error();
+  }
+  EXPECT_EQ(fileBytes(streamed.path), before);
+
+  ChangeJournal journal(streamed.file, "test");
+  ASSERT_EQ(journal.begin(plan.slots()), 0) << journal.error();
+  StagedTracks through(streamed.file);
+  ASSERT_TRUE(through.writeThrough(plan.slots(), error));
+  EXPECT_FALSE(through.planOnly(error));
+  size_t onDiskBeforeCommit = 0;
+  ASSERT_TRUE(loadAll(through, streamed.ds(), members, error, [&]() {
+    // Full tracks are on disk already: the file differs from before.
+    const Bytes now = fileBytes(streamed.path);
+    for (size_t i = 0; i < before.size(); ++i) onDiskBeforeCommit += now[i] != before[i] ? 1 : 0;
+  })) << error;
+  EXPECT_GT(onDiskBeforeCommit, 100000u);
+  ASSERT_EQ(through.writeAll(), "");
+  EXPECT_EQ(through.slots(), plan.slots());
+  ASSERT_EQ(journal.finish(), 0) << journal.error();
+  EXPECT_EQ(fileBytes(streamed.path), fileBytes(held.path));
 }
 
 }  // namespace

@@ -109,8 +109,10 @@ int runLoad(const LoadArgs& a) {
                  count(skipped.size(), "file").c_str(), a.suffix.c_str());
   }
   const bool progress = ::isatty(STDERR_FILENO) != 0;
+  int run = 0;  // the load runs twice: planned, then written
   return changePds(a.file, a.dsn, "load",
                    [&](ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, std::string& summary, std::string& error) {
+                     const char* doing = run++ == 0 ? "planning" : "loading";
                      if (!a.replace) {
                        std::vector<std::string> existing;
                        for (const Source& s : sources) {
@@ -140,7 +142,7 @@ int runLoad(const LoadArgs& a) {
                        tracks += w.tracks;
                        replaced += w.replaced ? 1 : 0;
                        if (progress && ((i + 1) % kProgressEvery == 0 || i + 1 == sources.size())) {
-                         std::fprintf(stderr, "\rloading: %zu of %zu members", i + 1, sources.size());
+                         std::fprintf(stderr, "\r%s: %zu of %zu members", doing, i + 1, sources.size());
                          if (i + 1 == sources.size()) std::fputc('\n', stderr);
                        }
                      }
@@ -148,7 +150,8 @@ int runLoad(const LoadArgs& a) {
                                std::to_string(replaced) + " replaced): " + count(records, "record") + ", " +
                                count(blocks, "block") + ", " + count(tracks, "track");
                      return true;
-                   });
+                   },
+                   true);
 }
 
 const CommandRegistration kRegistration(Command{
@@ -170,7 +173,10 @@ const CommandRegistration kRegistration(Command{
           "and members that exist (without --replace) are all listed and refused before\n"
           "anything is written. Input is read as by 'ckdvol pds add' (text through the\n"
           "code page, or --raw records). All members go in as one journaled change; a\n"
-          "full directory or data set changes nothing. Progress on a terminal.\n"
+          "full directory or data set changes nothing. The files are read twice: once to\n"
+          "plan the tracks, then to write each track as it is built, so a large load\n"
+          "holds no track images in memory (a file that changes in between can make the\n"
+          "load fail, and then nothing is changed). Progress on a terminal.\n"
           "\n"
           "Examples:\n"
           "  ckdvol load sys.ckd USER.SOURCE src/ --suffix .asm\n"

@@ -166,7 +166,8 @@ bool writeInputMember(ckdvol::PdsEditor& pds, const ckdvol::DataSetInfo& ds, con
   return pds.writeMember(member, blocks, stats, replace, w, error);
 }
 
-int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit) {
+int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit,
+              bool streamed) {
   ScannedVolume v;
   int status = openForChange(path, v);
   if (status != kExitOk) return status;
@@ -175,10 +176,27 @@ int changePds(const std::string& path, const std::string& dsn, const std::string
   const std::string nothing = "; nothing was changed";
   if (!ds->partitioned()) return fail(path, ds->name + " is not a partitioned data set" + nothing);
   ckdvol::StagedTracks staged(v.file);
-  ckdvol::PdsEditor pds(staged, *ds);
   std::string error, summary;
-  if (!pds.load(error) || !edit(pds, *ds, summary, error) || !pds.commit(error)) return fail(path, error + nothing);
-  status = journaledChange(staged, path, command.c_str());
+  if (streamed && !staged.planOnly(error)) return fail(path, error + nothing);
+  {
+    ckdvol::PdsEditor pds(staged, *ds);
+    if (!pds.load(error) || !edit(pds, *ds, summary, error) || !pds.commit(error)) return fail(path, error + nothing);
+  }
+  if (!streamed) {
+    status = journaledChange(staged, path, command.c_str());
+  } else {
+    // The planning run named the tracks; the journal saves them, and the
+    // same change runs again writing each full track as soon as it is
+    // built, so no image of a large change is held.
+    status = journaledChange(v.file, path, command.c_str(), staged.slots(), [&]() {
+      ckdvol::StagedTracks through(v.file);
+      std::string cause;
+      if (!through.writeThrough(staged.slots(), cause)) return cause;
+      ckdvol::PdsEditor pds(through, *ds);
+      if (!pds.load(cause) || !edit(pds, *ds, summary, cause) || !pds.commit(cause)) return cause;
+      return through.writeAll();
+    });
+  }
   if (status != kExitOk) return status;
   std::printf("%s\n", summary.c_str());
   return kExitOk;

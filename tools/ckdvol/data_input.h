@@ -58,7 +58,11 @@ using PdsEdit = std::function<bool(ckdvol::PdsEditor& pds, const ckdvol::DataSet
 // the end of data and writes the whole as one journaled change called
 // `command`, printing the summary. Every refusal comes before anything is
 // written and says that nothing was changed. Returns the exit status.
-int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit);
+// `streamed` runs `edit` twice: once to plan the tracks it writes, then,
+// with those saved by the journal, writing each track as it is built (a
+// large load holds no track images); the second run's summary is printed.
+int changePds(const std::string& path, const std::string& dsn, const std::string& command, const PdsEdit& edit,
+              bool streamed = false);
 
 // Reads all of `path` ("" or "-": standard input) into `data`. False after
 // a message.
