@@ -626,9 +626,11 @@ text = " ".join(t.text or "" for t in root.iter() if t.tag.endswith("text"))
 sys.exit(0 if root.tag.endswith("svg") and all(n in text for n in ("BIG", "MY.PDS", "SEQ.NEW")) else 1)' sp.svg
 # interchange: import, export
 # TEST.PDS's readable members and TEST.LOAD's PROG (RECFM U) sent off one volume and
-# received on another; refusals leave the receiving volume byte for byte as it was
+# received on another; refusals leave the receiving volume byte for byte as it was; a
+# message sent in front of a data set is shown, not loaded
 export SOURCE_DATE_EPOCH=1700000000
 "$GEN" xp.ckd && "$TOOL" create xi.ckd D600 --cylinders 3 >/dev/null
+printf 'Hello from the sender\nsecond line: caf\xc3\xa9\n' >msg.txt
 rows <<'EOF'
 xp | export $V test.pds $W/t.xmi --members alpha,BETA,empty --from-node n1 --from-user u1 | 0 | out | exported TEST.PDS to $W/t.xmi: 3 members, 0 aliases, 4 blocks, 9360 bytes
 xp | export $V TEST.PDS $W/t.xmi | 1 | err | ckdvol: $W/t.xmi: exists (give --force to replace it)
@@ -657,6 +659,8 @@ ok "refused imports changed nothing" cmp xi.ckd xi0.ckd
 rows <<'EOF'
 xi | import $V $W/t.xmi --replace --members Empty | 0 | out | imported TEST.PDS: 1 member, 0 aliases (1 replaced), 0 blocks, 1 track
 xi | pds list $V TEST.PDS | 0 | out | =4 | out | ~^EMPTY +00000A +0 +0$
+xp | export $V TEST.LOAD $W/m.xmi --message $W/msg.txt | 0 | out | exported TEST.LOAD to $W/m.xmi: 1 member, 0 aliases, 1 block, 1600 bytes
+xi | import $V $W/m.xmi --dsn msg.load | 0 | out | =3 | out | Hello from the sender | out | second line: café | out | imported MSG.LOAD (allocated, 4 tracks)
 xi | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
 EOF
 # images: convert, info on Hercules images

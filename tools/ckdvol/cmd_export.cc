@@ -21,7 +21,9 @@
 #include <vector>
 
 #include "command.h"
+#include "data_input.h"
 #include "data_sets.h"
+#include "text_output.h"
 #include "tool_util.h"
 #include "transfer/transfer_file.h"
 #include "transfer_volume.h"
@@ -29,14 +31,40 @@
 namespace ckdvol_tool {
 namespace {
 
-constexpr size_t kNameLength = 8;  // node and user ids
+constexpr size_t kNameLength = 8;        // node and user ids
+constexpr size_t kMaxMessageLine = 255;  // bytes of a message line
 
 struct ExportArgs {
   std::string file, dsn, out;
   std::vector<std::string> members;
-  std::string fromNode, fromUser, toNode, toUser;
+  std::string fromNode, fromUser, toNode, toUser, message;
   bool force = false;
+  TextOptions text;
 };
+
+// The lines of host text file `path` as EBCDIC records through the code
+// page. False after a message.
+bool messageRecords(const std::string& path, const TextOptions& text, std::vector<ckdvol::Bytes>& out) {
+  std::string data;
+  if (!readAllInput(path, data)) return false;
+  size_t at = 0;
+  for (uint64_t line = 1; at < data.size(); ++line) {
+    size_t end = data.find('\n', at);
+    if (end == std::string::npos) end = data.size();
+    size_t stop = end;
+    if (stop > at && data[stop - 1] == '\r') --stop;
+    ckdvol::Bytes record;
+    ckdvol::EncodeReport report;
+    if (!text.page().encode(data.data() + at, stop - at, text.host(), record, &report) || record.size() > kMaxMessageLine) {
+      fail(path, "line " + std::to_string(line) + " of the message " +
+                     (record.size() > kMaxMessageLine ? "is longer than 255 bytes" : text.page().describe(report)));
+      return false;
+    }
+    out.push_back(std::move(record));
+    at = end + 1;
+  }
+  return true;
+}
 
 // An id for the origin fields: upper case, at most 8 characters, or `fallback`.
 std::string idText(const char* value, const char* fallback) {
@@ -136,6 +164,7 @@ int runExport(const ExportArgs& a) {
   c.origin.toUser = a.toUser.empty() ? c.origin.fromUser : upperName(a.toUser);
   c.origin.time = timeText();
 
+  if (!a.message.empty() && !messageRecords(a.message, a.text, c.message)) return kExitFailure;
   ckdvol::Bytes bytes;
   if (!ckdvol::writeTransferFile(c, bytes, error)) return fail(a.file, ds->name + ": " + error);
   if (int s = writeBeside(a.out, bytes)) return s;
@@ -163,12 +192,16 @@ const CommandRegistration kRegistration(Command{
       app.add_option("--from-user", a->fromUser, "Sending user (default: $USER, else CKDVOL)");
       app.add_option("--to-node", a->toNode, "Receiving node (default: the sending node)");
       app.add_option("--to-user", a->toUser, "Receiving user (default: the sending user)");
+      app.add_option("--message", a->message, "Send the lines of this text file as a message in front of the data set");
       app.add_flag("--force", a->force, "Replace OUT when it exists");
+      addTextOptions(app, a->text);
       app.footer(
           "A partitioned data set is sent unloaded: its attributes, this device's geometry,\n"
           "its extents, its directory entries and every block of its members with their\n"
           "TTRs, so that load modules arrive intact. A sequential data set is sent as its\n"
-          "records. The time in the file is now, or $SOURCE_DATE_EPOCH (UTC) when set.\n"
+          "records. A --message goes in front of it, each line a record through the code\n"
+          "page ('ckdvol import' shows it). The time in the file is now, or\n"
+          "$SOURCE_DATE_EPOCH (UTC) when set.\n"
           "The file is written under a temporary name beside OUT and renamed when it is\n"
           "complete; an existing OUT is refused without --force.\n"
           "\n"
