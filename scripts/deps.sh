@@ -3,7 +3,7 @@
 # fuzz targets need, when any is missing. Safe to run repeatedly.
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
-          nlohmann-json3-dev zlib1g-dev clang libclang-rt-14-dev pkg-config)
+          nlohmann-json3-dev zlib1g-dev libbz2-dev clang libclang-rt-14-dev pkg-config)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

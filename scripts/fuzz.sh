@@ -13,7 +13,7 @@
 # says what it found.
 #
 # Environment: FUZZ_SECONDS, FUZZ_TIMEOUT, FUZZ_BUILD_DIR (default build-fuzz),
-# FUZZ_TARGETS (default "open track_walk vtoc pds codepage dataset recover edit transfer"), FUZZ_JOBS (default nproc).
+# FUZZ_TARGETS (default "open track_walk vtoc pds codepage dataset recover edit transfer image"), FUZZ_JOBS (default nproc).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
@@ -22,7 +22,7 @@ build=${FUZZ_BUILD_DIR:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
 timeout=${FUZZ_TIMEOUT:-30}
 jobs=${FUZZ_JOBS:-$(nproc)}
-read -r -a targets <<<"${FUZZ_TARGETS:-open track_walk vtoc pds codepage dataset recover edit transfer}"
+read -r -a targets <<<"${FUZZ_TARGETS:-open track_walk vtoc pds codepage dataset recover edit transfer image}"
 
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
       -DCKDVOL_BUILD_FUZZ=ON -DCKDVOL_BUILD_TESTS=OFF -DCKDVOL_BUILD_TOOL=OFF >/dev/null
