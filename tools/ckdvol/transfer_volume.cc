@@ -102,7 +102,7 @@ bool select(const UnloadedPds& pds, const std::vector<std::string>& names, Selec
     const auto at = sel.byTtr.find(ttrKey(e.ttr));
     if (at == sel.byTtr.end()) {
       error = "entry " + e.text() + " points at TTR " + ttrText(e.ttr.track, e.ttr.record) +
-              ", which is no block of the unloaded data set";
+              ", which is no block of the unloaded data set (choose the other members to leave it out)";
       return false;
     }
     sel.entries.push_back(i);
@@ -204,7 +204,10 @@ bool allocate(ckdvol::StagedTracks& staged, const ckdvol::VtocInfo& vtoc, ckdvol
     r.cylinders = o.cylinders;
     tries.push_back(o.primary);
   } else {
-    if (original > needed) tries.push_back(original);
+    // The original size, else a tenth more than needed (room to grow), else what is needed.
+    const uint32_t roomy = needed + needed / 10 + 1;
+    if (original > roomy) tries.push_back(original);
+    tries.push_back(roomy);
     tries.push_back(needed);
   }
   for (uint32_t t : tries) {
@@ -543,7 +546,7 @@ bool unloadFromVolume(EmulatedCKDfile& file, const DataSetInfo& ds, const std::v
       any = true;
     }
     if (rc < 0) {
-      error = ds.name + "(" + start.second + "): " + reader.error();
+      error = ds.name + "(" + start.second + "): " + reader.error() + " (choose the other members to leave it out)";
       return false;
     }
     if (reader.endReason() != ckdvol::EndOfData::kEofRecord) continue;

@@ -20,9 +20,10 @@
 // records and is blocked by its attributes.
 //
 // A new data set is allocated with the attributes the transfer file
-// records (overridable) and room for what it receives: the tracks the
-// copied blocks need (laid out exactly as they will be written), or the
-// original allocation when that is larger and the volume has room for it.
+// records (overridable) and room for what it receives: the original
+// allocation when that is larger and the volume has room for it, else the
+// tracks the copied blocks need (laid out as they will be written) and a
+// tenth more, else just those.
 //
 // Export. A partitioned data set is unloaded from the volume: attributes,
 // the device geometry, its extents, its directory entries and every block
