@@ -122,9 +122,9 @@ struct Volume {
   }
 };
 
-// A load library as it lay on its original volume: LOADA (alias LOADB)
-// from 000501 to its EOF at 000602 with a note list at 000503, and the
-// blocks of a deleted member at 000301 that no entry names.
+// A load library as it lay on its original volume: the blocks of a deleted
+// member at 000008 that no entry names, then LOADA (alias LOADB) from
+// 00000A to its EOF at 000602 with a note list at 00000C.
 TransferContents loadLibrary() {
   TransferContents c;
   c.partitioned = true;
@@ -133,19 +133,19 @@ TransferContents loadLibrary() {
   p.recfm = kRecfmU;
   p.blksize = 32760;
   p.directoryBlocks = 2;
-  p.blocks = {block(3, 1, filled(50, 9)), eof(3, 2),
-              block(5, 1, filled(100, 1)),    // control record
-              block(5, 2, filled(30000, 2)),  // first text record
-              block(5, 3, hex("000502 00  000601 00")),  // note list: 2 entries
-              block(6, 1, filled(30000, 3)),  // second text record
+  p.blocks = {block(0, 8, filled(50, 9)), eof(0, 9),
+              block(0, 10, filled(100, 1)),   // control record
+              block(0, 11, filled(30000, 2)),  // first text record
+              block(0, 12, hex("00000B 00  000601 00")),  // note list: 2 entries
+              block(6, 1, filled(26090, 3)),  // second text record
               eof(6, 2)};
   // 12 halfwords: user TTR 1 (first text, N 0), user TTR 2 (note list, N 2), 16 more bytes.
   const Bytes tail = hex("0102030405060708 090A0B0C0D0E0F10");
-  Bytes ud = hex("000502 00  000503 02");
+  Bytes ud = hex("00000B 00  00000C 02");
   ud.insert(ud.end(), tail.begin(), tail.end());
   Bytes aliasUd = ud;
   aliasUd.back() = 0x99;  // another entry point
-  p.entries = {entry("LOADA", 5, 1, 0x4C, ud), entry("LOADB", 5, 1, 0xCC, aliasUd)};
+  p.entries = {entry("LOADA", 0, 10, 0x4C, ud), entry("LOADB", 0, 10, 0xCC, aliasUd)};
   return c;
 }
 
@@ -166,8 +166,8 @@ TEST(Import, LoadModuleTtrsFollowTheirBlocks) {
             v.ds("IN.FRONT").extents.at(0).highCyl * 15 + v.ds("IN.FRONT").extents.at(0).highHead);
   // New places on relative track 0: 2 directory blocks (R1, R2: 21 + 2 x 272
   // = 565), their EOF (R3: 573), control record R4 (681), first text R5
-  // (30689), note list R6 (30705); the second text (30000) would end at
-  // 60713 > 56808, so it is R1 of track 1, the EOF R2.
+  // (30689), note list R6 (30705), second text R7 (56803); the EOF would end
+  // at 56811 > 56808 (slot - trailer - marker), so it is R1 of track 1.
   const std::vector<MemberInfo> d = v.directory("SYS.LOADLIB");
   ASSERT_EQ(d.size(), 2u);
   const Bytes tail = hex("0102030405060708 090A0B0C0D0E0F10");
@@ -192,8 +192,8 @@ TEST(Import, LoadModuleTtrsFollowTheirBlocks) {
   ASSERT_EQ(member.size(), 4u);
   EXPECT_EQ(member[0], c.pds.blocks[2].data);
   EXPECT_EQ(v.blocksFrom("SYS.LOADLIB", 0, 5).at(0), c.pds.blocks[3].data);  // user TTR 1
-  EXPECT_EQ(v.blocksFrom("SYS.LOADLIB", 0, 6).at(0), hex("000005 00  000101 00"));  // the note list, rewritten
-  EXPECT_EQ(v.blocksFrom("SYS.LOADLIB", 1, 1).at(0), c.pds.blocks[5].data);  // its second entry
+  EXPECT_EQ(v.blocksFrom("SYS.LOADLIB", 0, 6).at(0), hex("000005 00  000007 00"));  // the note list, rewritten
+  EXPECT_EQ(v.blocksFrom("SYS.LOADLIB", 0, 7).at(0), c.pds.blocks[5].data);  // its second entry
 }
 
 // A source library: A (statistics), B with alias BB, C.
@@ -266,16 +266,27 @@ TEST(Import, ReplaceAddsToAnExistingLibrary) {
   ImportSummary s;
   std::string error;
   ImportOptions o;
+  // C is the last block of an unload that lacks C's end-of-file record:
+  // the import writes one, so what is added later stays out of C.
+  TransferContents cut = sourceLibrary();
+  cut.pds.blocks.pop_back();
   o.members = {"A", "C"};
-  ASSERT_TRUE(v.import(sourceLibrary(), o, s, error)) << error;
-  o.members = {"B", "C"};
+  ASSERT_TRUE(v.import(cut, o, s, error)) << error;
+  o.members = {"B"};
   EXPECT_FALSE(v.import(sourceLibrary(), o, s, error));
   EXPECT_EQ(error, "data set SRC.LIB exists (--replace adds the members to it)");
   o.replace = true;
   ASSERT_TRUE(v.import(sourceLibrary(), o, s, error)) << error;
   EXPECT_FALSE(s.allocated);
-  EXPECT_EQ(s.replaced, 1u);  // C
-  EXPECT_EQ(s.members + s.aliases, 3u);
+  EXPECT_EQ(s.replaced, 0u);
+  EXPECT_EQ(s.members + s.aliases, 2u);
+  const std::vector<MemberInfo> d = v.directory("SRC.LIB");
+  ASSERT_EQ(d.size(), 4u);
+  EXPECT_EQ(d[3].name, "C");
+  EXPECT_EQ(v.blocksFrom("SRC.LIB", d[3].track, d[3].record), std::vector<Bytes>{filled(80, 4)});
+  o.members = {"a"};
+  ASSERT_TRUE(v.import(sourceLibrary(), o, s, error)) << error;
+  EXPECT_EQ(s.replaced, 1u);
   std::vector<std::string> got;
   for (const MemberInfo& m : v.directory("SRC.LIB")) got.push_back(m.name);
   EXPECT_EQ(got, (std::vector<std::string>{"A", "B", "BB", "C"}));
@@ -297,6 +308,11 @@ TEST(Import, RoundTripThroughTheVolume) {
     Bytes file;
     ASSERT_TRUE(writeTransferFile(out, file, error)) << error;
     ASSERT_TRUE(readTransferFile(file, back, error)) << error;
+    if (c.attributes.dsn == "SYS.LOADLIB") {  // where the first import put LOADA's blocks, the EOF on the next track
+      std::vector<std::pair<uint32_t, int>> at;
+      for (const UnloadedBlock& b : out.pds.blocks) at.emplace_back(b.ttr.track, b.ttr.record);
+      EXPECT_EQ(at, (std::vector<std::pair<uint32_t, int>>{{0, 4}, {0, 5}, {0, 6}, {0, 7}, {1, 1}}));
+    }
     EXPECT_EQ(back.pds.recfm, c.pds.recfm);
     EXPECT_EQ(back.pds.directoryBlocks, c.pds.directoryBlocks);
     EXPECT_EQ(back.pds.heads, 15);
