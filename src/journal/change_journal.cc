@@ -15,6 +15,24 @@
 
 namespace ckdvol {
 
+namespace {
+
+// Whether `n` bytes at `p` are all zero (eight bytes at a time).
+bool allZeros(const unsigned char* p, size_t n) {
+  uint64_t any = 0;
+  size_t i = 0;
+  for (; i + 64 <= n; i += 64) {
+    uint64_t w[8];
+    std::memcpy(w, p + i, sizeof w);
+    any |= w[0] | w[1] | w[2] | w[3] | w[4] | w[5] | w[6] | w[7];
+    if (any != 0) return false;
+  }
+  for (; i < n; ++i) any |= p[i];
+  return any == 0;
+}
+
+}  // namespace
+
 using journal_io::cut;
 using journal_io::readAt;
 using journal_io::sync;
@@ -144,22 +162,21 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       }
       bool zeros = std::memcmp(image.data(), empty.data(), first) == 0;
       static_assert(kPrefix <= kFirstRead, "the first read holds the empty track's records");
-      for (uint64_t at = home + first; zeros && at < to;) {
-        uint64_t end = to;
+      if (zeros) {
+        // Past the first block an empty track is zeros. Only from the
+        // file's first data at or behind it is anything read (holes inside
+        // that read as zeros); where the file system cannot say, all of it.
         errno = 0;
-        const off_t data = ::lseek(fd, static_cast<off_t>(at), SEEK_DATA);
-        if (data < 0 && errno == ENXIO) break;  // holes up to the end of the file
-        if (data >= 0) {
-          if (static_cast<uint64_t>(data) >= to) break;
-          if (static_cast<uint64_t>(data) > at) at = static_cast<uint64_t>(data);
-          const off_t hole = ::lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
-          if (hole > static_cast<off_t>(at) && static_cast<uint64_t>(hole) < to) end = static_cast<uint64_t>(hole);
+        const off_t data = ::lseek(fd, static_cast<off_t>(home + first), SEEK_DATA);
+        uint64_t at = home + first;
+        if (data < 0 && errno == ENXIO) at = to;  // holes up to the end of the file
+        if (data >= 0) at = std::max<uint64_t>(static_cast<uint64_t>(data), at);
+        if (at < to) {
+          if (!readAt(fd, image.data() + (at - home), to - at, at)) {
+            return fail("cannot read the track slot at file offset " + std::to_string(home));
+          }
+          zeros = allZeros(image.data() + (at - home), to - at);
         }
-        if (!readAt(fd, image.data() + (at - home), end - at, at)) {
-          return fail("cannot read the track slot at file offset " + std::to_string(home));
-        }
-        zeros = std::memcmp(image.data() + (at - home), empty.data() + (at - home), end - at) == 0;
-        at = end;
       }
       e.empty = zeros;
     }
