@@ -35,5 +35,8 @@
 #include "edit/data_writer.h"
 #include "edit/pds_edit.h"
 #include "edit/statistics.h"
+#include "transfer/transfer_contents.h"
+#include "transfer/unload.h"
+#include "transfer/transfer_file.h"
 
 #endif  // CKDVOL_CKDVOL_H_
