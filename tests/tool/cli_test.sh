@@ -627,7 +627,8 @@ sys.exit(0 if root.tag.endswith("svg") and all(n in text for n in ("BIG", "MY.PD
 # interchange: import, export
 # TEST.PDS's readable members and TEST.LOAD's PROG (RECFM U) sent off one volume and
 # received on another; refusals leave the receiving volume byte for byte as it was; a
-# message sent in front of a data set is shown, not loaded
+# message sent in front of a data set is shown, not loaded; a VB data set sent as its
+# records and received as a new data set, then over itself
 export SOURCE_DATE_EPOCH=1700000000
 "$GEN" xp.ckd && "$TOOL" create xi.ckd D600 --cylinders 3 >/dev/null
 printf 'Hello from the sender\nsecond line: caf\xc3\xa9\n' >msg.txt
@@ -661,8 +662,18 @@ xi | import $V $W/t.xmi --replace --members Empty | 0 | out | imported TEST.PDS:
 xi | pds list $V TEST.PDS | 0 | out | =4 | out | ~^EMPTY +00000A +0 +0$
 xp | export $V TEST.LOAD $W/m.xmi --message $W/msg.txt | 0 | out | exported TEST.LOAD to $W/m.xmi: 1 member, 0 aliases, 1 block, 1600 bytes
 xi | import $V $W/m.xmi --dsn msg.load | 0 | out | =3 | out | Hello from the sender | out | second line: café | out | imported MSG.LOAD (allocated, 4 tracks)
+xi | alloc $V MY.VB --recfm VB --lrecl 120 --tracks 2 | 0 | out | allocated MY.VB
+xi | put $V MY.VB $W/msg.txt | 0 | out | MY.VB: 2 records, 1 block, 1 track written
+xi | export $V my.vb $W/vb.xmi | 0 | out | exported MY.VB to $W/vb.xmi: 2 records, 320 bytes
+xi | import $V $W/vb.xmi --dsn copy.vb | 0 | out | imported COPY.VB (allocated, 2 tracks): 2 records, 1 block, 1 track
+xi | cat $V COPY.VB | 0 | out | =2 | out | ~^second line: café$
+xi | import $V $W/vb.xmi --dsn copy.vb | 1 | err | data set COPY.VB exists (--replace replaces its contents); nothing was changed
+xi | import $V $W/vb.xmi --dsn other.vb --members a | 1 | err | the transfer file holds a sequential data set, which has no members to choose
+xi | import $V $W/vb.xmi --dsn msg.load --replace | 1 | err | MSG.LOAD exists and is not sequential; nothing was changed
+xi | import $V $W/vb.xmi --dsn copy.vb --replace | 0 | out | imported COPY.VB: 2 records, 1 block, 1 track
 xi | verify $V | 0 | out | 45 tracks verified, 45 sound, 0 with findings
 EOF
+unset SOURCE_DATE_EPOCH
 # images: convert, info on Hercules images
 cp pds.ckd hv.ckd
 rows <<'EOF'
@@ -689,6 +700,5 @@ ok "cckd converts back to the same volume" cmp -s hv.ckd b1.ckd
 ok "cckd64 converts back to the same volume" cmp -s hv.ckd b2.ckd
 ok "split ckd converts back to the same volume" cmp -s hv.ckd b3.ckd
 ok "refused conversions leave no file behind" bash -c '! ls -a | grep -q "^\.\?x\."'
-unset SOURCE_DATE_EPOCH
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
