@@ -24,7 +24,6 @@
 // and are removed after each benchmark.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -34,6 +33,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_volume.h"
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "dataset/vtoc_scan.h"
@@ -44,24 +44,10 @@
 #include "support/temp_dir.h"
 
 namespace {
-unsigned long long syncCalls = 0;
-}
-
-// The journal's syncs, counted; the plain side calls these too.
-extern "C" int fdatasync(int fd) {
-  ++syncCalls;
-  return static_cast<int>(::syscall(SYS_fdatasync, fd));
-}
-extern "C" int fsync(int fd) {
-  ++syncCalls;
-  return static_cast<int>(::syscall(SYS_fsync, fd));
-}
-
-namespace {
 
 using namespace ckdvol;
 using F = EmulatedCKDfile;
-using Clock = std::chrono::steady_clock;
+using ckdvol_bench::Clock;
 
 constexpr int kCylinders = 330;          // 4,950 tracks of ~56 KB
 constexpr uint32_t kPdsTracks = 4500;
@@ -69,38 +55,16 @@ constexpr uint32_t kDirectoryBlocks = 200;  // 21 entries a block without user d
 constexpr int kLoadMembers = 2000;
 constexpr int kLoadRecords = 1280;      // 102,400 bytes a member
 
-double seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
+using ckdvol_bench::seconds;
+using ckdvol_bench::syncCalls;
 
 // A sparse, initialised D600 volume with an empty BENCH.PDS. Empty or what failed.
 std::string makeVolume(const std::string& path) {
+  std::string error = ckdvol_bench::makeSparseVolume(path, kCylinders);
+  if (!error.empty()) return error;
   F f;
-  if (f.create(path.c_str(), F::D600, kCylinders) != 0) return "create " + path;
-  const long long end = f.getMaxOffset();
-  if (end < 0 || ::ftruncate(f.fileDescriptor, end) != 0) return "size " + path;
-  std::vector<unsigned char> image(f.trackSlotSize, 0);
-  unsigned short cell = 0, head = 0;
-  unsigned int cyl = 0;
-  for (bool done = false; !done; done = f.increment(cell, cyl, head)) {
-    std::memset(image.data(), 0, image.size());
-    unsigned char* p = image.data();
-    f.putHA(p, 0, cyl, head);
-    f.putCount(p, static_cast<int>(cyl), head, 0, 0, kRecordZeroDataLength);
-    p += kRecordZeroDataLength;
-    if (cyl == 0 && head == 0) f.format_labels(p);
-    if (cyl == 0 && head == 1) f.format_vtoc(p);
-    std::memset(p, kEndMarkerByte, kEndMarkerSize);
-    p += kEndMarkerSize;
-    const size_t used = static_cast<size_t>(p - image.data());
-    if (::pwrite(f.fileDescriptor, image.data(), used, f.getOffset(cyl, head, cell, false)) != static_cast<ssize_t>(used)) {
-      return "write " + path;
-    }
-  }
-  unsigned char header[kHeaderSize];
-  if (f.readHeader(header, false) != F::kHeaderOk) return "header " + path;
-  std::memcpy(header + kHdrMagic, kMagicReady, kMagicLength);
-  if (f.writeHeader(header, true) != F::kHeaderOk || f.readTrack(0, 0, 0) != F::kTrackOk) return "header " + path;
+  if (f.open(path.c_str(), false) != 0 || f.readTrack(0, 0, 0) != F::kTrackOk) return "open " + path;
   VtocInfo vtoc;
-  std::string error;
   if (scanVtoc(f, vtoc, error) != kScanOk) return error;
   StagedTracks staged(f);
   AllocationRequest req;
@@ -181,7 +145,7 @@ std::string libChange(Volume& v, const std::vector<std::string>& names, const st
   error = stageMembers(staged, *v.ds, names, blocks);
   if (!error.empty()) return error;
   const Clock::time_point t1 = Clock::now();
-  const unsigned long long before = syncCalls;
+  const unsigned long long before = syncCalls();
   ChangeJournal journal(v.file, "bench");
   if (journal.begin(staged.slots()) != 0) return journal.error();
   if (beginS != nullptr) *beginS += seconds(t1, Clock::now());
@@ -197,7 +161,7 @@ std::string libChange(Volume& v, const std::vector<std::string>& names, const st
   if (!error.empty()) return error;
   if (journal.finish() != 0) return journal.error();
   const Clock::time_point t2 = Clock::now();
-  syncs = syncCalls - before;
+  syncs = syncCalls() - before;
   tracks = staged.size();
   computeS += seconds(t0, t1);
   writeS += seconds(t1, t2);

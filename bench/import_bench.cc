@@ -21,7 +21,6 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -32,6 +31,7 @@
 #include <vector>
 
 #include "../tools/ckdvol/transfer_volume.h"
+#include "bench_volume.h"
 #include "ckdfile/emulated_ckd_file.h"
 #include "ckdfile/volume_format.h"
 #include "dataset/vtoc_scan.h"
@@ -41,64 +41,21 @@
 #include "transfer/transfer_file.h"
 
 namespace {
-unsigned long long syncCalls = 0;
-}
-
-// The journal's syncs, counted; the plain side calls these too.
-extern "C" int fdatasync(int fd) {
-  ++syncCalls;
-  return static_cast<int>(::syscall(SYS_fdatasync, fd));
-}
-extern "C" int fsync(int fd) {
-  ++syncCalls;
-  return static_cast<int>(::syscall(SYS_fsync, fd));
-}
-
-namespace {
 
 using namespace ckdvol;
 using F = EmulatedCKDfile;
-using Clock = std::chrono::steady_clock;
+using ckdvol_bench::Clock;
 
 constexpr int kCylinders = 200;  // 3,000 tracks of ~56 KB
 constexpr int kMembers = 1000;
 constexpr int kRecords = 1280;  // 102,400 bytes a member
 constexpr uint16_t kBlockSize = 27920;
 
-double seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
+using ckdvol_bench::seconds;
+using ckdvol_bench::syncCalls;
 
 // A sparse, initialised D600 volume. Empty or what failed.
-std::string makeVolume(const std::string& path) {
-  F f;
-  if (f.create(path.c_str(), F::D600, kCylinders) != 0) return "create " + path;
-  const long long end = f.getMaxOffset();
-  if (end < 0 || ::ftruncate(f.fileDescriptor, end) != 0) return "size " + path;
-  std::vector<unsigned char> image(f.trackSlotSize, 0);
-  unsigned short cell = 0, head = 0;
-  unsigned int cyl = 0;
-  for (bool done = false; !done; done = f.increment(cell, cyl, head)) {
-    std::memset(image.data(), 0, image.size());
-    unsigned char* p = image.data();
-    f.putHA(p, 0, cyl, head);
-    f.putCount(p, static_cast<int>(cyl), head, 0, 0, kRecordZeroDataLength);
-    p += kRecordZeroDataLength;
-    if (cyl == 0 && head == 0) f.format_labels(p);
-    if (cyl == 0 && head == 1) f.format_vtoc(p);
-    std::memset(p, kEndMarkerByte, kEndMarkerSize);
-    p += kEndMarkerSize;
-    const size_t used = static_cast<size_t>(p - image.data());
-    if (::pwrite(f.fileDescriptor, image.data(), used, f.getOffset(cyl, head, cell, false)) != static_cast<ssize_t>(used)) {
-      return "write " + path;
-    }
-  }
-  unsigned char header[kHeaderSize];
-  if (f.readHeader(header, false) != F::kHeaderOk) return "header " + path;
-  std::memcpy(header + kHdrMagic, kMagicReady, kMagicLength);
-  if (f.writeHeader(header, true) != F::kHeaderOk) return "header " + path;
-  if (::fsync(f.fileDescriptor) != 0) return "fsync " + path;
-  f.close();
-  return "";
-}
+std::string makeVolume(const std::string& path) { return ckdvol_bench::makeSparseVolume(path, kCylinders); }
 
 // The transfer file's contents: kMembers members, their blocks one behind
 // the other on the original tracks (two records a track).
@@ -194,14 +151,14 @@ std::string libImport(Volume& v, const std::string& xmit, Times& t, unsigned lon
   ckdvol_tool::ImportSummary s;
   if (!ckdvol_tool::stageImport(staged, v.vtoc, c, ckdvol_tool::ImportOptions(), s, error)) return error;
   const Clock::time_point t2 = Clock::now();
-  const unsigned long long before = syncCalls;
+  const unsigned long long before = syncCalls();
   ChangeJournal journal(v.file, "import");
   if (journal.begin(staged.slots()) != 0) return journal.error();
   error = staged.writeAll();
   if (!error.empty()) return error;
   if (journal.finish() != 0) return journal.error();
   const Clock::time_point t3 = Clock::now();
-  syncs = syncCalls - before;
+  syncs = syncCalls() - before;
   tracks = staged.size();
   t.read += seconds(t0, tRead);
   t.decode += seconds(tRead, t1);
