@@ -170,6 +170,8 @@ for i in $(seq 700); do printf 'LINE %05d OF A MEMBER THAT FILLS SEVERAL TRACKS\
 # Three small members to load; a PDS with a deleted member for compress.
 mkdir -p members && for m in one two three; do seq -f "MEMBER $m LINE %g" 1 30 >"members/$m.txt"; done
 cp po.ckd gap.ckd && run 0 load gap.ckd DEMO.PDS members --suffix .txt && run 0 pds delete gap.ckd DEMO.PDS ONE
+# A transfer file of that PDS (two members) to import as a new data set.
+run 0 export gap.ckd DEMO.PDS demo.xmi
 
 rm -f before.ckd
 sweep "create" 0 create v.ckd D100 --cylinders 2
@@ -185,6 +187,7 @@ cp po.ckd before.ckd && sweep "scratch" 0 scratch v.ckd DEMO.PDS
 cp po.ckd before.ckd && sweep "relabel" 0 relabel v.ckd NEWVOL --owner "SWEEP OWNER"
 cp po.ckd before.ckd && sweep "load" 0 load v.ckd DEMO.PDS "$W/members" --suffix .txt
 cp gap.ckd before.ckd && sweep "pds compress" 0 pds compress v.ckd DEMO.PDS
+cp fresh.ckd before.ckd && sweep "import" 0 import v.ckd "$W/demo.xmi" --dsn NEW.PDS
 
 echo "crash sweep: $trials trials, $failures failures (seed $SEED, recover step $([ $recover -eq 1 ] && echo on || echo off))"
 [ "$failures" -eq 0 ]

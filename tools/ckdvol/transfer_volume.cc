@@ -195,7 +195,9 @@ DataSetInfo allocatedInfo(const ckdvol::AllocationRequest& r, const ckdvol::Allo
 
 // Allocates `r` for `needed` tracks (or the override): first the original
 // size when larger, then, when the volume lacks room for that, what is
-// needed. Nothing stays staged after a refusal.
+// needed. Only a want of room moves on to the next size: any other refusal
+// (a track that cannot be read, a full VTOC) is the answer. Nothing stays
+// staged after a refusal.
 bool allocate(ckdvol::StagedTracks& staged, const ckdvol::VtocInfo& vtoc, ckdvol::AllocationRequest r,
               const ImportOptions& o, uint32_t needed, uint32_t original, DataSetInfo& out, ImportSummary& s,
               std::string& error) {
@@ -220,6 +222,7 @@ bool allocate(ckdvol::StagedTracks& staged, const ckdvol::VtocInfo& vtoc, ckdvol
       s.allocatedTracks = a.tracks;
       return true;
     }
+    if (error.compare(0, 7, "no room") != 0) break;
   }
   staged.clear();
   return false;
