@@ -64,4 +64,22 @@ std::string makeSparseVolume(const std::string& path, int cylinders) {
   return "";
 }
 
+std::string plainWrite(int fd, StagedTracks& staged, unsigned long long syncs, double& plainS) {
+  const std::vector<uint64_t> slots = staged.slots();
+  const uint32_t slot = staged.slotSize();
+  std::string error;
+  const Clock::time_point t0 = Clock::now();
+  for (uint64_t off : slots) {
+    const uint32_t track = static_cast<uint32_t>((off - kHeaderSize) / slot);
+    const unsigned char* image = staged.image(track, error);
+    if (image == nullptr) return error;
+    if (::pwrite(fd, image, slot, static_cast<off_t>(off)) != static_cast<ssize_t>(slot)) return "pwrite";
+  }
+  for (unsigned long long i = 0; i < syncs; ++i) {
+    if (::fdatasync(fd) != 0) return "fdatasync";
+  }
+  plainS += seconds(t0, Clock::now());
+  return "";
+}
+
 }  // namespace ckdvol_bench

@@ -56,6 +56,7 @@ constexpr int kLoadMembers = 2000;
 constexpr int kLoadRecords = 1280;      // 102,400 bytes a member
 
 using ckdvol_bench::seconds;
+using ckdvol_bench::plainWrite;
 using ckdvol_bench::syncCalls;
 
 // A sparse, initialised D600 volume with an empty BENCH.PDS. Empty or what failed.
@@ -165,26 +166,6 @@ std::string libChange(Volume& v, const std::vector<std::string>& names, const st
   tracks = staged.size();
   computeS += seconds(t0, t1);
   writeS += seconds(t1, t2);
-  return "";
-}
-
-// The plain side: the images of `staged` (computed beforehand, untimed)
-// pwritten over their slots of `fd`, then `syncs` fdatasync calls.
-std::string plainWrite(int fd, StagedTracks& staged, unsigned long long syncs, double& plainS) {
-  const std::vector<uint64_t> slots = staged.slots();
-  const uint32_t slot = staged.slotSize();
-  std::string error;
-  const Clock::time_point t0 = Clock::now();
-  for (uint64_t off : slots) {
-    const uint32_t track = static_cast<uint32_t>((off - kHeaderSize) / slot);
-    const unsigned char* image = staged.image(track, error);
-    if (image == nullptr) return error;
-    if (::pwrite(fd, image, slot, static_cast<off_t>(off)) != static_cast<ssize_t>(slot)) return "pwrite";
-  }
-  for (unsigned long long i = 0; i < syncs; ++i) {
-    if (::fdatasync(fd) != 0) return "fdatasync";
-  }
-  plainS += seconds(t0, Clock::now());
   return "";
 }
 

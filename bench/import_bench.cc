@@ -52,6 +52,7 @@ constexpr int kRecords = 1280;  // 102,400 bytes a member
 constexpr uint16_t kBlockSize = 27920;
 
 using ckdvol_bench::seconds;
+using ckdvol_bench::plainWrite;
 using ckdvol_bench::syncCalls;
 
 // A sparse, initialised D600 volume. Empty or what failed.
@@ -164,25 +165,6 @@ std::string libImport(Volume& v, const std::string& xmit, Times& t, unsigned lon
   t.decode += seconds(tRead, t1);
   t.stage += seconds(t1, t2);
   t.write += seconds(t2, t3);
-  return "";
-}
-
-// The plain side: the images of `staged` pwritten, then `syncs` fdatasync calls.
-std::string plainWrite(int fd, StagedTracks& staged, unsigned long long syncs, double& plainS) {
-  const std::vector<uint64_t> slots = staged.slots();
-  const uint32_t slot = staged.slotSize();
-  std::string error;
-  const Clock::time_point t0 = Clock::now();
-  for (uint64_t off : slots) {
-    const uint32_t track = static_cast<uint32_t>((off - kHeaderSize) / slot);
-    const unsigned char* image = staged.image(track, error);
-    if (image == nullptr) return error;
-    if (::pwrite(fd, image, slot, static_cast<off_t>(off)) != static_cast<ssize_t>(slot)) return "pwrite";
-  }
-  for (unsigned long long i = 0; i < syncs; ++i) {
-    if (::fdatasync(fd) != 0) return "fdatasync";
-  }
-  plainS += seconds(t0, Clock::now());
   return "";
 }
 
