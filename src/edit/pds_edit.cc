@@ -23,6 +23,9 @@ constexpr size_t kMaxUserData = 62;
 
 using Name = std::array<unsigned char, 8>;
 
+const char kBrokenTrack[] =
+    "its records cannot be walked (a count field runs past the end of the track, or a second record 0)";
+
 bool endName(const unsigned char* p) {
   return std::all_of(p, p + 8, [](unsigned char b) { return b == 0xFF; });
 }
@@ -37,8 +40,10 @@ struct ImageRecord {
 };
 
 // Calls `visit` for each record after record zero of `image`, in order,
-// until it returns false. -1 when a count field runs past the record area,
-// 0 when the walk reached the end marker, 1 when `visit` stopped it.
+// until it returns false. -1 when a count field runs past the record area
+// or a record after record zero is numbered 0 (a writer positioned "behind
+// record 0" would drop it), 0 when the walk reached the end marker, 1 when
+// `visit` stopped it.
 int walkImage(const unsigned char* image, uint32_t slot, const std::function<bool(const ImageRecord&)>& visit) {
   const uint32_t limit = slot - kRecordLimitFromEnd;
   uint32_t at = kHomeAddress;
@@ -49,6 +54,7 @@ int walkImage(const unsigned char* image, uint32_t slot, const std::function<boo
     const uint32_t kl = c[5];
     const uint32_t dl = (static_cast<uint32_t>(c[6]) << 8) | c[7];
     if (at + kCount + kl + dl > limit) return -1;
+    if (!first && c[4] == 0) return -1;
     if (!first) {
       const ImageRecord r{c[4], kl ? c + kCount : nullptr, kl, dl ? c + kCount + kl : nullptr, dl};
       if (!visit(r)) return 1;
@@ -203,7 +209,7 @@ bool PdsEditor::load(std::string& error) {
       }
       return true;
     });
-    if (walked < 0) bad = staged_.trackText(abs) + ": a count field runs past the end of the track";
+    if (walked < 0) bad = staged_.trackText(abs) + ": " + kBrokenTrack;
   }
   if (!bad.empty()) {
     error = ds_.name + ": " + bad;
@@ -261,7 +267,7 @@ bool PdsEditor::findEnd(Ttr from, Ttr& eof, std::string& error) {
   Ttr last = from;
   if (!walkMember(staged_, map_, from, [&](Ttr at, const ImageRecord&) { last = at; }, w, error)) {
     if (w.failure == MemberWalk::kBroken) {
-      error = staged_.trackText(w.track) + ": a count field runs past the end of the track";
+      error = staged_.trackText(w.track) + ": " + kBrokenTrack;
     } else if (w.failure == MemberWalk::kMissing) {
       error = "record " + std::to_string(from.record) + " is not on relative track " + std::to_string(from.track);
     }
