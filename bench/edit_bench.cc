@@ -4,7 +4,8 @@
 // Every volume is a sparse D600 volume (home address, record zero and end
 // marker written per track, the rest holes, as 'ckdvol create --sparse'
 // makes it) holding BENCH.PDS (FB 80, the default block size), allocated
-// through the edit layer. The library side of a change is what the tool
+// through the edit layer (which leaves the zeros behind each of its empty
+// tracks holes). The library side of a change is what the tool
 // does: the change computed in a StagedTracks (PdsEditor load, writeMember,
 // commit), then ChangeJournal begin(staged.slots()), staged.writeAll(),
 // finish(); a load is streamed (planned, then written track by track). The plain side pwrites the same new images over the same slots
@@ -13,7 +14,9 @@
 // calls by defining them; each goes on to the system call). The two sides
 // alternate which runs first.
 //   Load:   2,000 members of 1,280 records (~100 KB, 200 MB in all) into
-//           the empty PDS as one streamed change, as 'ckdvol load' makes it.
+//           the empty PDS as one streamed change, as 'ckdvol load' makes it;
+//           dense:1 on a volume whose slots are all written whole (no
+//           holes), where the journal reads every slot back in full.
 //           Counters: lib_s (all of it), compute_s (its planning run),
 //           compute_share, begin_s (the journal saving the slots), plain_s,
 //           ratio = lib / plain (target: at most 1.5), syncs, tracks.
@@ -54,15 +57,33 @@ constexpr uint32_t kPdsTracks = 4500;
 constexpr uint32_t kDirectoryBlocks = 200;  // 21 entries a block without user data
 constexpr int kLoadMembers = 2000;
 constexpr int kLoadRecords = 1280;      // 102,400 bytes a member
+// A D600 slot; an empty track's bytes end at 29, well inside the first
+// 4,096; the trailer's 16 bytes.
+constexpr uint64_t kDenseSlot = 56832, kDenseFrom = 4096, kDenseTrailer = 16;
 
 using ckdvol_bench::seconds;
 using ckdvol_bench::plainWrite;
 using ckdvol_bench::syncCalls;
 
-// A sparse, initialised D600 volume with an empty BENCH.PDS. Empty or what failed.
-std::string makeVolume(const std::string& path) {
+// A sparse, initialised D600 volume with an empty BENCH.PDS. Empty or what
+// failed. `dense`: every slot's zeros written too, as on a volume made
+// without --sparse (or copied by a tool that fills holes).
+std::string makeVolume(const std::string& path, bool dense = false) {
   std::string error = ckdvol_bench::makeSparseVolume(path, kCylinders);
   if (!error.empty()) return error;
+  if (dense) {
+    const int fd = ::open(path.c_str(), O_RDWR);
+    const Bytes zeros(kDenseSlot - kDenseFrom - kDenseTrailer, 0);
+    bool ok = fd >= 0;
+    for (uint64_t t = 2; ok && t < static_cast<uint64_t>(kCylinders) * 15; ++t) {
+      // Behind an empty track's end marker up to the trailer: zeros, as
+      // data (the label's and the VTOC's tracks, 0 and 1, are left alone).
+      const off_t at = static_cast<off_t>(512 + t * kDenseSlot + kDenseFrom);
+      ok = ::pwrite(fd, zeros.data(), zeros.size(), at) == static_cast<ssize_t>(zeros.size());
+    }
+    if (fd >= 0) ::close(fd);
+    if (!ok) return "cannot fill " + path;
+  }
   F f;
   if (f.open(path.c_str(), false) != 0 || f.readTrack(0, 0, 0) != F::kTrackOk) return "open " + path;
   VtocInfo vtoc;
@@ -170,6 +191,7 @@ std::string libChange(Volume& v, const std::vector<std::string>& names, const st
 }
 
 void BM_EditLoadMembers(benchmark::State& state) {
+  const bool dense = state.range(0) != 0;
   ckdvol_test::ScopedTempDir dir;
   const std::string libPath = dir.file("lib.ckd"), plainPath = dir.file("plain.ckd");
   std::vector<std::string> names;
@@ -182,8 +204,8 @@ void BM_EditLoadMembers(benchmark::State& state) {
     state.PauseTiming();
     ::unlink(libPath.c_str());
     ::unlink(plainPath.c_str());
-    error = makeVolume(libPath);
-    if (error.empty()) error = makeVolume(plainPath);
+    error = makeVolume(libPath, dense);
+    if (error.empty()) error = makeVolume(plainPath, dense);
     Volume lib, plain;
     if (error.empty()) error = lib.open(libPath);
     if (error.empty()) error = plain.open(plainPath);
@@ -295,7 +317,7 @@ void BM_EditChangeMember(benchmark::State& state) {
   state.counters["tracks"] = static_cast<double>(tracks);
 }
 
-BENCHMARK(BM_EditLoadMembers)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_EditLoadMembers)->ArgName("dense")->Arg(0)->Arg(1)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
 BENCHMARK(BM_EditChangeMember)->Arg(200)->Arg(2000)->Iterations(20)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

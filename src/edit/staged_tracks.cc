@@ -1,6 +1,7 @@
 #include "edit/staged_tracks.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -199,19 +200,46 @@ std::vector<uint64_t> StagedTracks::slots() const {
   return out;
 }
 
-std::string StagedTracks::writeSlot(uint32_t track, const unsigned char* image) {
-  // The image goes over its slot but for the trailer, which stays as the
-  // slot holds it: one positioned write.
-  const size_t length = slot_ - kTrailerBytes;
+std::string StagedTracks::writeRange(uint32_t track, const unsigned char* image, size_t from, size_t to) {
   const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(track) * slot_;
-  for (size_t done = 0; done < length;) {
+  for (size_t done = from; done < to;) {
     errno = 0;
-    const ssize_t n = ::pwrite(file_.fileDescriptor, image + done, length - done, static_cast<off_t>(offset + done));
+    const ssize_t n = ::pwrite(file_.fileDescriptor, image + done, to - done, static_cast<off_t>(offset + done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return "cannot write " + trackText(track) + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
     done += static_cast<size_t>(n);
   }
   return std::string();
+}
+
+std::string StagedTracks::writeSlot(uint32_t track, const unsigned char* image) {
+  // The image goes over its slot but for the trailer, which stays as the
+  // slot holds it. Zeros at its end are not written over holes of the file:
+  // they read as zeros already, and a sparse volume's unused tracks stay
+  // holes (an allocation writes its empty tracks' heads only). The file
+  // system is asked from the block behind the last byte written on; where
+  // it has data there, or cannot say, the zeros are written.
+  const size_t length = slot_ - kTrailerBytes;
+  constexpr size_t kBlock = 4096;
+  size_t used = length;
+  while (used > 0 && image[used - 1] == 0) --used;
+  const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(track) * slot_;
+  const size_t head = std::min<size_t>(length, static_cast<size_t>((offset + used + kBlock - 1) / kBlock * kBlock - offset));
+  if (head >= length) return writeRange(track, image, 0, length);
+  errno = 0;
+  const off_t data = ::lseek(file_.fileDescriptor, static_cast<off_t>(offset + head), SEEK_DATA);
+  size_t from = head;  // the tail is written from here
+  if (data >= 0) {
+    from = std::max<size_t>(head, static_cast<uint64_t>(data) >= offset + length ? length
+                                                                                  : static_cast<size_t>(data - offset));
+  } else if (errno == ENXIO) {
+    // No data behind: holes inside the file, or its end.
+    struct stat st;
+    if (::fstat(file_.fileDescriptor, &st) == 0 && static_cast<uint64_t>(st.st_size) >= offset + slot_) from = length;
+  }
+  std::string error = writeRange(track, image, 0, head);
+  if (error.empty()) error = writeRange(track, image, from, length);
+  return error;
 }
 
 std::string StagedTracks::writeAll() {

@@ -115,6 +115,7 @@ class CKDVOL_EXPORT StagedTracks {
   enum class Mode { kHold, kPlan, kWriteThrough };
   void makeEmpty(uint32_t track, unsigned char* out);
   std::string writeSlot(uint32_t track, const unsigned char* image);
+  std::string writeRange(uint32_t track, const unsigned char* image, size_t from, size_t to);
   // A whole image for `track` while streaming: noted, or written through.
   bool pass(uint32_t track, const unsigned char* image, std::string& error);
 

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/temp_dir.h"
 #include "support/track_builder.h"
 
@@ -144,6 +146,40 @@ TEST(StagedTracksTest, EmptyTracksAreMadeWhenNeeded) {
   EXPECT_EQ(Bytes(changed, changed + empty.size()), empty);
   EXPECT_FALSE(staged.put(21, std::vector<unsigned char>(kSlot - 1), error));
   EXPECT_FALSE(staged.staged(21));
+}
+
+// Zeros at an image's end are not written over holes, so an allocation on
+// a sparse volume keeps it sparse; over data they are written, so nothing
+// of a former track survives.
+TEST(StagedTracksTest, TrailingZerosStayHolesButOverwriteData) {
+  OpenD600 v;  // sparse: each track's head written, the rest holes
+  const int fd = ::open(v.path.c_str(), O_RDONLY);
+  ASSERT_GE(fd, 0);
+  // Where the file's next data is, from `at`: its block's start (4096).
+  const auto dataFrom = [&](uint64_t at) { return static_cast<int64_t>(::lseek(fd, static_cast<off_t>(at), SEEK_DATA)); };
+  const auto blockOf = [](uint64_t at) { return static_cast<int64_t>(at / 4096 * 4096); };
+  if (dataFrom(slotAt(0, 5) + 4096) != blockOf(slotAt(0, 6))) {
+    ::close(fd);
+    GTEST_SKIP() << "the file system does not report holes";
+  }
+  ASSERT_TRUE(writeAt(v.path, slotAt(0, 7) + 30000, hex("77")));  // a former track's data
+  ASSERT_TRUE(writeAt(v.path, slotAt(0, 7) + kSlot - 17, hex("66")));
+  StagedTracks staged(v.file);
+  std::string error;
+  Bytes partial(kSlot, 0);
+  std::fill(partial.begin(), partial.begin() + 10000, 0x42);
+  ASSERT_TRUE(staged.putEmpty(5, error));
+  ASSERT_TRUE(staged.putEmpty(7, error));
+  ASSERT_TRUE(staged.put(9, partial.data(), error));
+  EXPECT_EQ(staged.writeAll(), "");
+  const Bytes empty5 = hex("00 0000 0005 0000 0005 00 00 0008 0000000000000000 FFFFFFFFFFFFFFFF");
+  EXPECT_EQ(readAt(v.path, slotAt(0, 5), empty5.size()), empty5);
+  EXPECT_EQ(dataFrom(slotAt(0, 5) + 4096), blockOf(slotAt(0, 6))) << "the empty track's tail stays a hole";
+  EXPECT_EQ(readAt(v.path, slotAt(0, 7) + 29, kSlot - 16 - 29), repeat(0, kSlot - 16 - 29)) << "old data zeroed";
+  EXPECT_EQ(readAt(v.path, slotAt(0, 9), 10000), repeat(0x42, 10000));
+  EXPECT_EQ(readAt(v.path, slotAt(0, 9) + 10000, kSlot - 10016), repeat(0, kSlot - 10016));
+  EXPECT_EQ(dataFrom(slotAt(0, 9) + 16384), blockOf(slotAt(0, 10)));
+  ::close(fd);
 }
 
 }  // namespace
