@@ -312,6 +312,7 @@ TEST(Import, RoundTripThroughTheVolume) {
     EXPECT_EQ(back.pds.recfm, c.pds.recfm);
     EXPECT_EQ(back.pds.directoryBlocks, c.pds.directoryBlocks);
     EXPECT_EQ(back.pds.heads, 15);
+    EXPECT_EQ(back.pds.deviceType, 0x3010200Fu);  // the device type a receiver knows for this geometry
     ASSERT_TRUE(second.import(back, ImportOptions(), s, error)) << error;
     const std::vector<MemberInfo> a = first.directory(c.attributes.dsn), b = second.directory("COPY.LIB");
     ASSERT_EQ(a.size(), b.size());
@@ -342,7 +343,7 @@ TEST(Import, Refusals) {
        },
        "the entry of B: user TTR 1 names TTR 000201, which is not among the blocks imported"},
       {"short note list",
-       [](TransferContents& c, ImportOptions&) { c.pds.entries[1] = entry("B", 1, 4, 0x22, hex("000104 40")); },
+       [](TransferContents& c, ImportOptions&) { c.pds.entries[1] = entry("B", 1, 4, 0x44, hex("000104 00  000104 40")); },
        "the note list at TTR 000104 has 240 bytes, too few for 64 entries"},
       {"user data shorter than its TTRs",
        [](TransferContents& c, ImportOptions&) { c.pds.entries[1] = entry("B", 1, 4, 0x41, hex("0001")); },

@@ -46,6 +46,24 @@ std::string ttrText(uint32_t track, uint8_t record) {
   return s;
 }
 
+// The 4-byte device type a receiving system knows for each of our
+// geometries (class byte 20 for disks, the unit type last); a device
+// without a counterpart is named by its own code.
+uint32_t unloadDeviceType(uint32_t ours) {
+  struct Pair {
+    uint32_t ours, theirs;
+  };
+  static const Pair kTypes[] = {
+      {0xD100, 0x30002006}, {0xD130, 0x30002001}, {0xD160, 0x30C02008}, {0xD300, 0x30502009},
+      {0xD400, 0x3050200A}, {0xD430, 0x3050200B}, {0xD460, 0x3050200C}, {0xD500, 0x3010200E},
+      {0xD600, 0x3010200F}, {0xD700, 0x30102004},
+  };
+  for (const Pair& p : kTypes) {
+    if (p.ours == ours) return p.theirs;
+  }
+  return ours;
+}
+
 std::string upper(std::string s) {
   for (char& c : s) {
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
@@ -284,7 +302,9 @@ bool placeMembers(ckdvol::StagedTracks& staged, const DataSetInfo& ds, ckdvol::P
     for (size_t u = 0; u < users; ++u) {
       unsigned char* p = &e.userData[u * kUserTtrBytes];
       const uint64_t original = ttrKey((static_cast<uint32_t>(p[0]) << 8) | p[1], p[2]);
-      if (p[3] != 0 && original != 0) noteLists[original] = std::max(noteLists[original], p[3]);
+      // A load module's second user TTR, with a count in its N byte,
+      // names its note list (the first names its text, N zero).
+      if (u == 1 && p[3] != 0 && original != 0) noteLists[original] = std::max(noteLists[original], p[3]);
       if (!remapTtr(p, moved, p, what + ": user TTR " + std::to_string(u + 1), error)) return false;
     }
     const bool replacing = existing.count(std::string(e.name.begin(), e.name.end())) != 0;
@@ -474,7 +494,7 @@ bool unloadFromVolume(EmulatedCKDfile& file, const DataSetInfo& ds, const std::v
   out.lrecl = ds.lrecl;
   out.blksize = ds.blksize;
   out.keyLength = ds.keyLength;
-  out.deviceType = static_cast<uint32_t>(file.deviceType);
+  out.deviceType = unloadDeviceType(static_cast<uint32_t>(file.deviceType));
   out.trackLength = file.trackCapacity;
   out.heads = file.tracksPerCylinder;
   out.cylinders = static_cast<uint16_t>(std::min<uint32_t>(file.cylinders, 0xFFFF));
