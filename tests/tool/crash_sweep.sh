@@ -5,11 +5,15 @@
 # before the command or exactly as after it; a command that reports success
 # must have left it as after, one that says "nothing was changed" (create:
 # "created") as before.
-#   crash_sweep.sh TOOL INJECTOR   (CKDVOL_MAKE_TEST_PDS: tests/pds' volume
-#   generator; CKDVOL_CRASH_SEED: seed of the sampled call numbers)
+#   crash_sweep.sh TOOL INJECTOR [PART PARTS]   (CKDVOL_MAKE_TEST_PDS:
+#   tests/pds' volume generator; CKDVOL_CRASH_SEED: seed of the sampled call
+#   numbers). With PART and PARTS only every PARTS-th command from the
+#   PART-th on is swept, so that parts can run side by side.
 set -u
 TOOL=$(realpath "$1")
 FI=$(realpath "$2")
+PART=${3:-1}
+PARTS=${4:-1}
 GEN=${CKDVOL_MAKE_TEST_PDS:-}
 mkdir -p "${TMPDIR:-/tmp}"
 # Member statistics hold the time of day: every trial must give the same volume.
@@ -51,9 +55,12 @@ numbers() {  # numbers C: 1..C, or when C > 50 the first and last 10 and 30 draw
 # sweep NAME OK ARGS...: before.ckd (absent for create) is the volume the
 # command starts from, OK its status on success. Modes as the injector's,
 # and read-eio: the N-th read fails with EIO.
+sweeps=0
 sweep() {
   local name=$1 ok=$2 mode n ops calls writes reads pre post rst why seen=" "
   shift 2
+  sweeps=$((sweeps + 1))
+  [ $(((sweeps - 1) % PARTS)) -eq $((PART - 1)) ] || return 0
   restore && inject none 0 read "$@"
   reads=$(cat count)
   restore && inject none 0 write,trunc,sync "$@"
@@ -189,5 +196,5 @@ cp po.ckd before.ckd && sweep "load" 0 load v.ckd DEMO.PDS "$W/members" --suffix
 cp gap.ckd before.ckd && sweep "pds compress" 0 pds compress v.ckd DEMO.PDS
 cp fresh.ckd before.ckd && sweep "import" 0 import v.ckd "$W/demo.xmi" --dsn NEW.PDS
 
-echo "crash sweep: $trials trials, $failures failures (seed $SEED, recover step $([ $recover -eq 1 ] && echo on || echo off))"
+echo "crash sweep (part $PART of $PARTS): $trials trials, $failures failures (seed $SEED, recover step $([ $recover -eq 1 ] && echo on || echo off))"
 [ "$failures" -eq 0 ]
