@@ -9,10 +9,7 @@
 //             data tracks' images behind their first five bytes, as the
 //             image stores them), ratio = to_s / zlib_s (target: at most 1.5).
 //   FromCckd: ckdvol convert IMG VOL2: back_s, unzlib_s (uncompress of the
-//             same compressed images), ratio_back = back_s / unzlib_s;
-//             plain_write_s: a plain writer putting the same tracks into a
-//             file of the volume's size and forcing it to disk, and
-//             ratio_back_io = back_s / (unzlib_s + plain_write_s).
+//             same compressed images), ratio_back = back_s / unzlib_s.
 //   ratio_round_trip = (to_s + back_s) / (zlib_s + unzlib_s).
 // Both conversions include reading, writing and forcing the output to disk.
 // Files live in a scratch directory (CKDVOL_TEST_TMP, TMPDIR or /tmp) and are
@@ -131,30 +128,12 @@ void BM_ConvertZlib(benchmark::State& state) {
       uncompress(out.data(), &n, packed[i].data(), static_cast<uLong>(packed[i].size()));
     }
     const double unzlib = now() - t0;
-    // The way back's writing alone: a plain writer puts the same tracks
-    // into a file of the volume's size (data tracks whole, empty ones their
-    // first bytes, the rest holes) and forces it to disk.
-    const std::string plainPath = dir.file("plain.ckd");
-    t0 = now();
-    const int fd = ::open(plainPath.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-    bool ok = fd >= 0 && ::ftruncate(fd, static_cast<off_t>(512 + kTracks * kSlot)) == 0;
-    for (uint64_t t = 0; t < kTracks && ok; ++t) {
-      const Bytes& b = t % 8 == 3 ? images[t / 8] : trackImage(t);
-      ok = ::pwrite(fd, b.data(), b.size(), static_cast<off_t>(512 + t * kSlot)) == static_cast<ssize_t>(b.size());
-    }
-    ok = ok && ::fsync(fd) == 0;
-    if (fd >= 0) ::close(fd);
-    ::unlink(plainPath.c_str());
-    const double plainWrite = now() - t0;
-    if (!ok) state.SkipWithError("the plain writer failed");
     state.counters["to_s"] = to;
     state.counters["zlib_s"] = zlib;
     state.counters["ratio"] = to / zlib;
     state.counters["back_s"] = back_s;
     state.counters["unzlib_s"] = unzlib;
     state.counters["ratio_back"] = back_s / unzlib;
-    state.counters["plain_write_s"] = plainWrite;
-    state.counters["ratio_back_io"] = back_s / (unzlib + plainWrite);
     state.counters["ratio_round_trip"] = (to + back_s) / (zlib + unzlib);
     state.counters["data_tracks"] = static_cast<double>(images.size());
   }

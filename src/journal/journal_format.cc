@@ -114,6 +114,10 @@ bool readIndex(int fd, unsigned int slot, uint64_t at, uint64_t copies, uint64_t
 
 int restoreFromJournal(int fd, unsigned int slot, EmulatedCKDfile* geometry, uint64_t start,
                        const std::vector<JournalEntry>& entries, std::string& error) {
+  if (slot <= kTrailerSize) {
+    error = "a track slot of " + std::to_string(slot) + " bytes cannot hold its trailer";
+    return -1;
+  }
   std::vector<unsigned char> image(slot);
   uint64_t copy = 0;
   for (size_t i = 0; i < entries.size(); ++i) {
