@@ -308,7 +308,11 @@ const DirectoryEntry* PdsEditor::find(const std::string& name) const {
 }
 
 std::vector<DirectoryEntry>::iterator PdsEditor::lookup(const Name& name) {
-  return std::find_if(entries_.begin(), entries_.end(), [&](const DirectoryEntry& e) { return e.name == name; });
+  // The entries stay in name order (load() sorts them, every change keeps
+  // the order): the first of that name, found by halving.
+  const auto it = std::lower_bound(entries_.begin(), entries_.end(), name,
+                                   [](const DirectoryEntry& e, const Name& n) { return e.name < n; });
+  return it != entries_.end() && it->name == name ? it : entries_.end();
 }
 
 bool PdsEditor::startWriter(std::string& error) {

@@ -19,6 +19,20 @@ constexpr uint32_t kCountBytes = 8;
 constexpr uint32_t kHomeAddressBytes = 5;
 constexpr uint32_t kRecordZeroData = 8;
 
+// The length of `p` without its trailing zero bytes. Half a track of zeros
+// is common (a member's last track), so whole 64-byte runs are tested at a
+// time before the last one with data is looked at byte by byte.
+size_t usedLength(const unsigned char* p, size_t n) {
+  while (n >= 64) {
+    uint64_t w[8];
+    std::memcpy(w, p + n - 64, sizeof w);
+    if ((w[0] | w[1] | w[2] | w[3] | w[4] | w[5] | w[6] | w[7]) != 0) break;
+    n -= 64;
+  }
+  while (n > 0 && p[n - 1] == 0) --n;
+  return n;
+}
+
 }  // namespace
 
 StagedTracks::StagedTracks(EmulatedCKDfile& file)
@@ -221,8 +235,7 @@ std::string StagedTracks::writeSlot(uint32_t track, const unsigned char* image) 
   // it has data there, or cannot say, the zeros are written.
   const size_t length = slot_ - kTrailerBytes;
   constexpr size_t kBlock = 4096;
-  size_t used = length;
-  while (used > 0 && image[used - 1] == 0) --used;
+  const size_t used = usedLength(image, length);
   const uint64_t offset = kHeaderBytes + static_cast<uint64_t>(track) * slot_;
   const size_t head = std::min<size_t>(length, static_cast<size_t>((offset + used + kBlock - 1) / kBlock * kBlock - offset));
   if (head >= length) return writeRange(track, image, 0, length);
@@ -237,6 +250,7 @@ std::string StagedTracks::writeSlot(uint32_t track, const unsigned char* image) 
     struct stat st;
     if (::fstat(file_.fileDescriptor, &st) == 0 && static_cast<uint64_t>(st.st_size) >= offset + slot_) from = length;
   }
+  if (from == head) return writeRange(track, image, 0, length);  // data right behind: one write
   std::string error = writeRange(track, image, 0, head);
   if (error.empty()) error = writeRange(track, image, from, length);
   return error;
