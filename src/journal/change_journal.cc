@@ -130,9 +130,34 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
     }
     Entry e;
     e.home = home;
-    if (!readAt(fd, e.trailer, kTrailerSize, home + slot - kTrailerSize)) {
+    // A track can have been left empty only where it begins like the empty
+    // track of its address. Past the first block only the file's data runs
+    // are read (holes read as zeros: a sparse volume's free tracks are holes
+    // there). A slot with data right behind its first block (a volume
+    // whose tracks are all written), or where the file system cannot say,
+    // is read whole in one go, trailer and all.
+    constexpr uint64_t kFirstRead = 4096;
+    static_assert(kEmptyTrackEndMarker + kEndMarkerSize <= kFirstRead,
+                  "the first block holds the empty track's records");
+    const uint64_t to = home + slot - kTrailerSize;
+    const uint64_t first = home + std::min<uint64_t>(kFirstRead, slot - kTrailerSize);
+    const bool mayBeEmpty = emptyTrackPrefix(file_, home, empty.data());
+    uint64_t dataAt = to;  // the first byte past the first block that is not a hole
+    if (mayBeEmpty) {
+      errno = 0;
+      const off_t data = ::lseek(fd, static_cast<off_t>(first), SEEK_DATA);
+      if (data >= 0) {
+        dataAt = std::min<uint64_t>(to, std::max<uint64_t>(static_cast<uint64_t>(data), first));
+      } else if (errno != ENXIO) {  // ENXIO: holes up to the end of the file
+        dataAt = first;
+      }
+    }
+    const bool whole = mayBeEmpty && dataAt == first;
+    errno = 0;
+    if (whole ? !readAt(fd, image.data(), slot, home) : !readAt(fd, e.trailer, kTrailerSize, to)) {
       return fail("cannot read the track slot at file offset " + std::to_string(home));
     }
+    if (whole) std::memcpy(e.trailer, image.data() + slot - kTrailerSize, kTrailerSize);
     const unsigned version = trailerHasMarker(e.trailer) ? trailerVersion(e.trailer) : 0;
     bool needsCopy = file_.activeVersion > 0 && version < static_cast<unsigned>(file_.activeVersion);
     if (file_.activeVersion > 0 && !needsCopy) {
@@ -148,35 +173,16 @@ int ChangeJournal::begin(const std::vector<uint64_t>& slots) {
       keep.push_back(e);
       continue;
     }
-    // The first block decides cheaply; only a track that begins like an
-    // empty one is read further and compared byte for byte. Holes read as
-    // zeros, so past the first block only the file's data runs are read (a
-    // sparse volume's free tracks are holes there).
-    constexpr uint64_t kFirstRead = 4096;
-    constexpr size_t kPrefix = kEmptyTrackEndMarker + kEndMarkerSize;
-    if (emptyTrackPrefix(file_, home, empty.data())) {  // its tail stays zeros
-      const uint64_t to = home + slot - kTrailerSize;
-      const uint64_t first = std::min<uint64_t>(kFirstRead, slot - kTrailerSize);
-      if (!readAt(fd, image.data(), first, home)) {
+    if (mayBeEmpty) {
+      if (!whole && !readAt(fd, image.data(), first - home, home)) {
         return fail("cannot read the track slot at file offset " + std::to_string(home));
       }
-      bool zeros = std::memcmp(image.data(), empty.data(), first) == 0;
-      static_assert(kPrefix <= kFirstRead, "the first read holds the empty track's records");
-      if (zeros) {
-        // Past the first block an empty track is zeros. Only from the
-        // file's first data at or behind it is anything read (holes inside
-        // that read as zeros); where the file system cannot say, all of it.
-        errno = 0;
-        const off_t data = ::lseek(fd, static_cast<off_t>(home + first), SEEK_DATA);
-        uint64_t at = home + first;
-        if (data < 0 && errno == ENXIO) at = to;  // holes up to the end of the file
-        if (data >= 0) at = std::max<uint64_t>(static_cast<uint64_t>(data), at);
-        if (at < to) {
-          if (!readAt(fd, image.data() + (at - home), to - at, at)) {
-            return fail("cannot read the track slot at file offset " + std::to_string(home));
-          }
-          zeros = allZeros(image.data() + (at - home), to - at);
+      bool zeros = std::memcmp(image.data(), empty.data(), first - home) == 0;
+      if (zeros && dataAt < to) {
+        if (!whole && !readAt(fd, image.data() + (dataAt - home), to - dataAt, dataAt)) {
+          return fail("cannot read the track slot at file offset " + std::to_string(home));
         }
+        zeros = allZeros(image.data() + (dataAt - home), to - dataAt);
       }
       e.empty = zeros;
     }

@@ -203,11 +203,12 @@ TEST(ChangeJournalTest, EmptyTracksGetNoCopy) {
     SCOPED_TRACE(end);
     TestVolume v(F::D100, 3);
     F& f = v.file();
-    for (unsigned short h = 0; h < 4; ++h) ASSERT_EQ(f.formatTrack(1, h, 0), F::kFormatOk);
+    for (unsigned short h = 0; h < 5; ++h) ASSERT_EQ(f.formatTrack(1, h, 0), F::kFormatOk);
     const int fd = f.fileDescriptor;
     ASSERT_EQ(::pwrite(fd, oddTrailer.data(), 16, static_cast<off_t>(at(1, 1) + slot - 16)), 16);
     ASSERT_EQ(::pwrite(fd, "\x01", 1, static_cast<off_t>(at(1, 2) + 13)), 1);            // R0's data
     ASSERT_EQ(::pwrite(fd, "\x01", 1, static_cast<off_t>(at(1, 3) + slot - 17)), 1);      // before the trailer
+    ASSERT_EQ(::pwrite(fd, "\x01", 1, static_cast<off_t>(at(1, 4) + slot - 17)), 1);      // the same, no hole
     // Holes inside (1,0) (empty) and (1,3) (its odd byte lies behind the
     // hole): only the data around them is read, and still compared.
     for (uint64_t hole : {at(1, 0) + 3584, at(1, 3) + 4096}) {
@@ -224,36 +225,37 @@ TEST(ChangeJournalTest, EmptyTracksGetNoCopy) {
     ASSERT_EQ(Bytes(&before[at(1, 0)], &before[at(1, 0) + 30]), emptyTrack);
     v.reopen();
     ChangeJournal j(f, "load");
-    // (1,0) empty, (0,5) fillers, (1,1) empty with a trailer, (1,2) and (1,3) one byte off empty
-    const std::vector<uint64_t> slots = {at(1, 0), at(0, 5), at(1, 1), at(1, 2),
-                                         at(1, 3)};
+    // (1,0) empty, (0,5) fillers, (1,1) empty with a trailer, (1,2) to (1,4) one byte off empty
+    const std::vector<uint64_t> slots = {at(1, 0), at(0, 5), at(1, 1), at(1, 2), at(1, 3), at(1, 4)};
     ASSERT_EQ(j.begin(slots), 0) << j.error();
     Bytes now = fileBytes(v.path());
-    ASSERT_EQ(now.size(), dataEnd + 4 * slot);  // 3 copies + index (28 slots: no pad)
-    const uint64_t copied[] = {slots[1], slots[3], slots[4]};
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(be64(&now[dataEnd + i * slot + slot - 8]), copied[i]) << "copy " << i;
+    ASSERT_EQ(now.size(), dataEnd + 5 * slot);  // 4 copies + index (29 slots: no pad)
+    const uint64_t copied[] = {slots[1], slots[3], slots[4], slots[5]};
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(be64(&now[dataEnd + i * slot + slot - 8]), copied[i]) << "copy " << i;
     const Bytes index = {
-        'C', 'K', 'D', 'V', 'J', 'I', 'D', 'X', 0, 0, 0, 0, 0, 0, 0, 5,  // magic, first 0, 5 entries
+        'C', 'K', 'D', 'V', 'J', 'I', 'D', 'X', 0, 0, 0, 0, 0, 0, 0, 6,  // magic, first 0, 6 entries
         0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x24, 0x00,                    // (0,5) at 74752
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //   its trailer
         0x00, 0x00, 0x00, 0x00, 0x00, 0x02, 0x46, 0x00,                    // (1,2) at 148992
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
         0x00, 0x00, 0x00, 0x00, 0x00, 0x02, 0x80, 0x00,                    // (1,3) at 163840
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
+        0x00, 0x00, 0x00, 0x00, 0x00, 0x02, 0xBA, 0x00,                    // (1,4) at 178688
+        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
         0x80, 0x00, 0x00, 0x00, 0x00, 0x01, 0xD2, 0x00,                    // empty flag | (1,0) at 119296
         0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,                    //
         0x80, 0x00, 0x00, 0x00, 0x00, 0x02, 0x0C, 0x00};                   // empty flag | (1,1) at 134144
-    const unsigned char* idx = &now[dataEnd + 3 * slot];
+    const unsigned char* idx = &now[dataEnd + 4 * slot];
     EXPECT_EQ(Bytes(idx, idx + index.size()), index);
     EXPECT_EQ(Bytes(idx + index.size(), idx + index.size() + 16), oddTrailer);
-    EXPECT_EQ(Bytes(idx + slot - 16, idx + slot), Bytes({'J', 'N', 'L', '0', 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Bytes(idx + slot - 16, idx + slot), Bytes({'J', 'N', 'L', '0', 0, 0, 0, 6, 0, 0, 0, 0, 0, 0, 0, 0}));
     JournalRecord r;
     bool present = false;
     ASSERT_TRUE(ckdvol::readJournalRecord(fd, r, present));
-    EXPECT_EQ(r.copyEnd, dataEnd + 3 * slot);
-    EXPECT_EQ(r.journalEnd, dataEnd + 4 * slot);
+    EXPECT_EQ(r.copyEnd, dataEnd + 4 * slot);
+    EXPECT_EQ(r.journalEnd, dataEnd + 5 * slot);
 
-    for (unsigned short h = 0; h < 4; ++h) changeTrack(f, 1, h, static_cast<unsigned char>(0xC0 + h));
+    for (unsigned short h = 0; h < 5; ++h) changeTrack(f, 1, h, static_cast<unsigned char>(0xC0 + h));
     changeTrack(f, 0, 5, 0xC5);
     if (end == kFinish) {
       ASSERT_EQ(j.finish(), 0) << j.error();
@@ -271,8 +273,8 @@ TEST(ChangeJournalTest, EmptyTracksGetNoCopy) {
       ckdvol::RecoveryReport report;
       std::string error;
       ASSERT_EQ(ckdvol::recoverVolume(v.path(), report, error), 0) << error;
-      EXPECT_EQ(report.tracksRestored, 5u);
-      EXPECT_EQ(report.copiesDropped, 3u);
+      EXPECT_EQ(report.tracksRestored, 6u);
+      EXPECT_EQ(report.copiesDropped, 4u);
     }
     v.close();
     EXPECT_TRUE(fileBytes(v.path()) == before);
