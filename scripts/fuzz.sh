@@ -24,7 +24,9 @@ timeout=${FUZZ_TIMEOUT:-30}
 jobs=${FUZZ_JOBS:-$(nproc)}
 read -r -a targets <<<"${FUZZ_TARGETS:-open track_walk vtoc pds codepage dataset recover edit transfer image}"
 
+# Line tables only: a crash's stack still names file and line.
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+      -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -gline-tables-only -DNDEBUG" \
       -DCKDVOL_BUILD_FUZZ=ON -DCKDVOL_BUILD_TESTS=OFF -DCKDVOL_BUILD_TOOL=OFF >/dev/null
 build_targets=(fuzz_seeds)
 for t in "${targets[@]}"; do build_targets+=("${t}_fuzzer"); done

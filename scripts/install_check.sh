@@ -11,7 +11,7 @@ root=$(pwd)
 build=${INSTALL_BUILD_DIR:-build-install}
 prefix="$root/$build/prefix"
 rm -rf "$prefix" "$build/example-cmake" "$build/example-make" "$build/work"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCKDVOL_BUILD_TESTS=OFF -DCMAKE_CXX_FLAGS=-Werror \
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCKDVOL_BUILD_TESTS=OFF -DCMAKE_CXX_FLAGS=-Werror \
       -DCMAKE_INSTALL_PREFIX=/nonexistent/configured-prefix >/dev/null
 cmake --build "$build" -j"$(nproc)"
 cmake --install "$build" --prefix "$prefix" >/dev/null
