@@ -328,15 +328,15 @@ class RecordPacker {
 };
 
 Bytes blockBytes(uint8_t extent, uint16_t cc, uint16_t hh, uint8_t r, const Bytes& key, const Bytes& data) {
-  Bytes b(kBlockHeader, 0);
+  Bytes b(kBlockHeader + key.size() + data.size(), 0);
   b[kBhExtent] = extent;
   storeBe16(&b[kBhCylinder], cc);
   storeBe16(&b[kBhHead], hh);
   b[kBhRecord] = r;
   b[kBhKeyLength] = static_cast<unsigned char>(key.size());
   storeBe16(&b[kBhDataLength], static_cast<uint16_t>(data.size()));
-  b.insert(b.end(), key.begin(), key.end());
-  b.insert(b.end(), data.begin(), data.end());
+  std::copy(key.begin(), key.end(), b.begin() + kBlockHeader);
+  std::copy(data.begin(), data.end(), b.begin() + kBlockHeader + static_cast<std::ptrdiff_t>(key.size()));
   return b;
 }
 
