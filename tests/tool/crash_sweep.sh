@@ -182,6 +182,7 @@ run 0 export gap.ckd DEMO.PDS demo.xmi
 
 rm -f before.ckd
 sweep "create" 0 create v.ckd D100 --cylinders 2
+sweep "create --serial" 0 create v.ckd D100 --cylinders 2 --serial SWEEP1 --owner "SWEEP OWNER"
 cp fresh.ckd before.ckd && sweep "version enable" 0 version enable v.ckd
 cp enabled.ckd before.ckd && sweep "version disable" 0 version disable v.ckd
 cp damaged.ckd before.ckd && sweep "verify --repair" 3 verify v.ckd --repair --yes

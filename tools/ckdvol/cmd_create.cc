@@ -10,8 +10,10 @@
 // SIGHUP), is removed again, so no unusable half-written volume stays
 // behind. A volume is reported created only once it and its directory entry
 // have been forced to disk. --serial and --owner are written into the label
-// after the initialisation, before that sync: a volume whose label cannot be
-// written is removed like any other failure.
+// as soon as cylinder 0 is written, while the header still marks the
+// creation unfinished: a volume whose label cannot be written is removed
+// like any other failure, and a killed run never leaves a finished volume
+// without its serial.
 #include <fcntl.h>
 #include <signal.h>
 #include <time.h>
@@ -25,6 +27,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -140,6 +143,11 @@ struct Progress {
   bool bar = false;  // draw a bar on standard error
   double start = 0;
   double lastDraw = -1;
+  // Run once cylinder 0 is written, while the header still says the
+  // creation is unfinished; what it returns (empty, or what failed) goes to
+  // hookFailure.
+  std::function<std::string()> afterFirstCylinder;
+  std::string hookFailure;
 
   void draw(bool final) {
     const double t = now();
@@ -164,7 +172,7 @@ struct Progress {
 void onCylinder(void* context, F::CKDtype, unsigned short, unsigned int, unsigned int) {
   const int saved = errno;
   Progress* p = static_cast<Progress*>(context);
-  ++p->done;
+  if (++p->done == 1 && p->afterFirstCylinder) p->hookFailure = p->afterFirstCylinder();
   if (p->bar) p->draw(false);
   errno = saved;
 }
@@ -319,10 +327,9 @@ int removeUnfinishedCreation(const std::string& path) {
   return kExitOk;
 }
 
-// Writes --serial (and --owner) into the label of the freshly initialised
-// volume `f` and its DSCBs (none yet). Empty, or what failed. No journal: a
-// failure here removes the whole file.
-std::string writeLabel(F& f, const CreateOptions& o) {
+// Writes --serial (and --owner) into the label of the volume `f` and its
+// DSCBs (none yet). Empty, or what failed.
+std::string writeLabelTrack(F& f, const CreateOptions& o) {
   std::string error;
   ckdvol::VtocInfo vtoc;
   if (ckdvol::scanVtoc(f, vtoc, error) != ckdvol::kScanOk) return "cannot read the new label back: " + error;
@@ -332,6 +339,20 @@ std::string writeLabel(F& f, const CreateOptions& o) {
   }
   error = staged.writeAll();
   return error.empty() ? error : "writing the label failed: " + error;
+}
+
+// The label written once cylinder 0 is: the header still says "CKD_INIT"
+// then, so a run killed at any point leaves an unfinished creation that
+// recovery removes, never a finished volume with the default serial. A
+// failure removes the whole file. The file offset the initialisation writes
+// at is kept (reading the label moves it).
+std::string writeLabel(F& f, const CreateOptions& o) {
+  const off_t at = ::lseek(f.fileDescriptor, 0, SEEK_CUR);
+  std::string failure = writeLabelTrack(f, o);
+  if (at >= 0 && ::lseek(f.fileDescriptor, at, SEEK_SET) != at && failure.empty()) {
+    failure = "cannot go back to where the initialisation writes: " + std::string(std::strerror(errno));
+  }
+  return failure;
 }
 
 // Bytes the file system gives the file: its allocated blocks.
@@ -458,6 +479,7 @@ int runCreate(const CreateOptions& o) {
                             std::to_string(available) + " free; nothing was created");
   }
 
+  if (!o.serial.empty()) progress.afterFirstCylinder = [&f, &o]() { return writeLabel(f, o); };
   errno = 0;
   rc = o.sparse ? initializeSparse(f, progress, !o.noFormat) : f.initialize(onCylinder, &progress, !o.noFormat);
   int savedErrno = errno;
@@ -470,8 +492,9 @@ int runCreate(const CreateOptions& o) {
     // sync that failed, and what it was to force to disk may be lost.
     failure = "forcing the tracks to disk (fdatasync during the initialisation) failed: " +
               std::string(std::strerror(savedErrno));
+  } else {
+    failure = progress.hookFailure;
   }
-  if (failure.empty() && !o.serial.empty()) failure = writeLabel(f, o);
   if (failure.empty() && ::fdatasync(f.fileDescriptor) != 0) {
     failure = "forcing the volume to disk (fdatasync) failed: " + std::string(std::strerror(errno));
   }
